@@ -1,0 +1,32 @@
+// What family groups hand to the generator: descriptions, raw tables and accuracy bounds.
+//
+// A group's source file registers its families at the bottom, through objects of the classes below. The generator, the
+// tests and the reports walk the registry; nobody keeps a list of families by hand, and `frame/` knows none by name.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "frame/operations.hpp"
+
+namespace tuvo {
+
+/// Read-only data without row structure: entries of `fields` values each, one behind the other.
+struct RawTable {
+    Lane lane = Lane::f32;                ///< type of one value; its size is the size of an element
+    int fields = 1;                       ///< values in an entry
+    std::vector<std::uint64_t> patterns;  ///< bit patterns, entry by entry; size is a multiple of `fields`
+};
+
+/// Tables that rare routines read, by symbol ("logf_table"). They are emitted as hidden symbols, 64-byte aligned, and a
+/// rare routine declares them as `extern "C" const float logf_table[65][3]`.
+std::map<std::string, RawTable>& rare_tables();
+
+/// Registers the table that `rule` computes under `symbol`.
+struct RareTable {
+    RareTable(const char* symbol, RawTable (*rule)());
+};
+
+}  // namespace tuvo
