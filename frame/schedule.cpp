@@ -1,0 +1,157 @@
+// Orders the instructions of a body: longest chain first, but few values alive at once.
+//
+// A list scheduler over a small model of the first processors with AVX: one multiplier, one adder, one unit for moves
+// between lanes, two loads a cycle, four instructions a cycle. The processor reorders by itself, so what counts is that
+// long chains start early and that the register allocator is left little to spill.
+#include <algorithm>
+#include <array>
+
+#include "frame/machine.hpp"
+
+namespace tuvo {
+namespace {
+
+enum class Unit : std::uint8_t { multiply, add, shuffle, integer, load, any };
+
+struct Cost {
+    Unit unit;
+    int latency;
+};
+
+bool starts_with(const std::string& text, const char* prefix) { return text.rfind(prefix, 0) == 0; }
+
+Cost cost_of(const Instruction& i) {
+    const std::string& m = i.mnemonic;
+    const auto is = [&](auto... prefixes) { return (starts_with(m, prefixes) || ...); };
+    if (i.kind != Instruction::Kind::plain || i.is_store) return {Unit::any, 0};
+    if (is("vdiv", "vsqrt")) return {Unit::multiply, i.dst_bits == 256 ? 29 : 14};
+    if (is("vmul", "vrcp", "vrsqrt", "vpmul")) return {Unit::multiply, 5};
+    if (is("vadd", "vsub", "vcmp", "vmin", "vmax", "vround")) return {Unit::add, 3};
+    if (is("vcvt")) return {Unit::add, 4};
+    if (is("vblendv")) return {Unit::shuffle, 2};
+    if (is("vinsertf128", "vextractf128")) return {Unit::shuffle, 3};
+    if (is("vunpck", "vshuf", "vpshuf", "vpunpck", "vpack", "vpermil", "vand", "vor", "vxor", "vinsertps", "vmovddup", "vpmov"))
+        return {Unit::shuffle, is("vpmovmskb") ? 2 : 1};
+    if (is("vmovmsk", "vpextr")) return {Unit::multiply, 3};
+    if (is("vmovh")) return {Unit::shuffle, 6};
+    if (is("vmovss", "vmovsd", "vmovups", "vmovd", "vmovq")) return {Unit::load, 5};
+    if (is("vp")) return {Unit::integer, 1};
+    return {Unit::any, 1};
+}
+
+}  // namespace
+
+std::vector<Instruction> schedule(const Kernel& kernel, const std::vector<Instruction>& body, Policy policy, int pressure,
+                                  int& cycles) {
+    const int n = int(body.size());
+    std::vector<std::vector<std::pair<int, int>>> successors(n);  // (instruction, latency)
+    std::vector<int> predecessors(n, 0);
+    std::vector<std::vector<int>> reads(n), writes(n);
+    std::vector<int> producer(kernel.registers.size(), -1);
+    std::vector<int> uses_left(kernel.registers.size(), 0);
+    std::vector<std::vector<int>> readers(kernel.registers.size());
+
+    const auto edge = [&](int from, int to, int latency) {
+        successors[from].push_back({to, latency});
+        ++predecessors[to];
+    };
+    for (int k = 0; k < n; ++k) {
+        const Instruction& i = body[k];
+        const auto read = [&](int r) {
+            if (r < 0 || kernel.registers[r].rematerialize >= 0) return;
+            if (std::find(reads[k].begin(), reads[k].end(), r) == reads[k].end()) reads[k].push_back(r);
+        };
+        for (const Operand& o : i.sources) {
+            if (o.kind == Operand::Kind::reg) read(o.reg);
+            if (o.kind == Operand::Kind::memory) read(o.memory.index);
+        }
+        for (int use : i.uses) read(use);
+        if (i.dst >= 0) writes[k].push_back(i.dst);
+        if (i.section >= 0)
+            for (const Joined& j : kernel.sections[i.section].joins) writes[k].push_back(j.joined);
+        for (int r : reads[k]) {
+            ++uses_left[r];
+            readers[r].push_back(k);
+            if (producer[r] >= 0) edge(producer[r], k, cost_of(body[producer[r]]).latency);
+        }
+        for (int r : writes[k]) producer[r] = k;
+        if (i.kind == Instruction::Kind::branch) {
+            // A replaced value is gone afterwards: whoever else reads it comes first.
+            for (const Joined& j : kernel.sections[i.section].joins)
+                for (int reader : readers[j.before])
+                    if (reader != k) edge(reader, k, 0);
+        }
+        if (i.kind == Instruction::Kind::rare || i.kind == Instruction::Kind::end)
+            for (int before = 0; before < k; ++before) edge(before, k, 0);
+    }
+
+    std::vector<int> height(n, 0);
+    for (int k = n - 1; k >= 0; --k)
+        for (const auto& [to, latency] : successors[k]) height[k] = std::max(height[k], height[to] + std::max(latency, 1));
+
+    std::array<int, 2> alive{0, 0};
+    for (std::size_t r = 0; r < kernel.registers.size(); ++r)
+        if (kernel.registers[r].rematerialize < 0 && uses_left[r] > 0 && producer[r] < 0) ++alive[int(kernel.registers[r].file)];
+    const auto growth = [&](int k, File file) {
+        int change = 0;
+        for (int r : writes[k])
+            if (kernel.registers[r].file == file && uses_left[r] > 0) ++change;
+        for (int r : reads[k])
+            if (kernel.registers[r].file == file && uses_left[r] == 1) --change;
+        return change;
+    };
+
+    std::vector<int> earliest(n, 0);
+    std::vector<int> freshness(n, -1);  // when the youngest operand was made
+    std::vector<int> ready;
+    for (int k = 0; k < n; ++k)
+        if (predecessors[k] == 0) ready.push_back(k);
+    std::vector<Instruction> order;
+    int now = 0, issued = 0;
+    std::array<int, 5> busy{-1, -1, -1, -1, -1};  // last cycle in which a unit was given work
+    cycles = 0;
+    constexpr int general_limit = 5;  // general registers that indices may fill before their loads
+    while (!ready.empty()) {
+        const bool tight = alive[0] >= pressure, tight_general = alive[1] >= general_limit;
+        int best = -1;
+        std::array<int, 4> best_key{};
+        for (int candidate : ready) {
+            const int grow = growth(candidate, File::vector), grow_general = growth(candidate, File::general);
+            const Unit unit = cost_of(body[candidate]).unit;
+            const bool waits = earliest[candidate] > now || (unit < Unit::integer && busy[int(unit)] >= now);
+            std::array<int, 4> key{tight_general ? -std::max(grow_general, 0) : 0, tight ? -std::max(grow, 0) : 0, 0, 0};
+            switch (policy) {
+            case Policy::longest_chain:
+                key[2] = waits ? -std::max(earliest[candidate] - now, 1) : 0;
+                key[3] = height[candidate];
+                break;
+            case Policy::as_written: key[2] = -candidate; break;
+            case Policy::depth_first:
+                key[2] = freshness[candidate];
+                key[3] = height[candidate];
+                break;
+            }
+            if (best < 0 || key > best_key) best = candidate, best_key = key;
+        }
+        ready.erase(std::find(ready.begin(), ready.end(), best));
+        alive[0] += growth(best, File::vector);
+        alive[1] += growth(best, File::general);
+        for (int r : reads[best]) --uses_left[r];
+        const Cost cost = cost_of(body[best]);
+        const int unit = int(cost.unit);
+        if (cost.unit < Unit::integer && busy[unit] >= now) now = busy[unit] + 1, issued = 0;
+        if (earliest[best] > now) now = earliest[best], issued = 0;
+        if (cost.unit < Unit::integer) busy[unit] = now;
+        cycles = std::max(cycles, now + cost.latency);
+        for (const auto& [to, latency] : successors[best]) {
+            earliest[to] = std::max(earliest[to], now + latency);
+            freshness[to] = int(order.size());
+            if (--predecessors[to] == 0) ready.push_back(to);
+        }
+        order.push_back(body[best]);
+        if (++issued == 4) ++now, issued = 0;
+    }
+    return order;
+}
+
+}  // namespace tuvo
