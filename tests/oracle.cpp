@@ -1,0 +1,162 @@
+#include "tests/oracle.hpp"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <limits>
+#include <stdexcept>
+#include <string>
+
+namespace tuvo {
+namespace {
+
+struct Format {
+    int significand_bits;
+    int min_exponent;  ///< of the smallest normal
+    int max_exponent;  ///< of the largest finite
+};
+
+Format format_of(Lane lane) {
+    return lane == Lane::f32 ? Format{24, -126, 127} : Format{53, -1022, 1023};
+}
+
+/// A value with everything beyond the format replaced by the power of two behind its largest finite.
+Real clamp_to(const Format& format, const Real& x) {
+    const Real limit = power_of_two(format.max_exponent + 1);
+    if (abs(x) < limit) return x;
+    return x.is_negative() ? -limit : limit;
+}
+
+struct UnaryOracle {
+    std::string_view operation;
+    Real (*exact)(const Real&);
+    double (*fast)(double);  ///< to 1e-6 ulp of float or better
+};
+
+constexpr UnaryOracle unary_oracles[] = {
+    {"log", log, std::log},
+    {"log2", log2, std::log2},
+    {"log10", log10, std::log10},
+    {"log1p", log1p, std::log1p},
+};
+
+const UnaryOracle* find_unary(std::string_view operation) {
+    for (const UnaryOracle& entry : unary_oracles)
+        if (entry.operation == operation) return &entry;
+    return nullptr;
+}
+
+}  // namespace
+
+double ulp_error(Lane lane, std::uint64_t got_pattern, const Real& exact) {
+    constexpr double wrong = std::numeric_limits<double>::infinity();
+    const Real got = Real::from_pattern(lane, got_pattern);
+    if (exact.is_nan() || got.is_nan()) return exact.is_nan() && got.is_nan() ? 0 : wrong;
+    if (exact.is_infinite()) return got == exact ? 0 : wrong;
+    if (!is_floating(lane)) return abs(got - exact).to_double();
+
+    const Format format = format_of(lane);
+    const Real target = clamp_to(format, exact);
+    int exponent = target.is_zero() ? format.min_exponent : target.exponent();
+    exponent = std::clamp(exponent, format.min_exponent, format.max_exponent);
+    return (abs(clamp_to(format, got) - target) / power_of_two(exponent - format.significand_bits + 1)).to_double();
+}
+
+std::optional<Real> oracle(std::string_view operation, std::span<const Real> arguments) {
+    if (const UnaryOracle* unary = find_unary(operation); unary && arguments.size() == 1)
+        return unary->exact(arguments[0]);
+    return std::nullopt;
+}
+
+std::optional<Real> oracle(std::string_view operation, std::span<const std::uint64_t> arguments, Lane lane) {
+    std::vector<Real> values;
+    for (std::uint64_t pattern : arguments) values.push_back(Real::from_pattern(lane, pattern));
+    return oracle(operation, values);
+}
+
+std::uint64_t RandomBits::operator()() {
+    std::uint64_t z = state_ += 0x9e3779b97f4a7c15;
+    z = (z ^ z >> 30) * 0xbf58476d1ce4e5b9;
+    z = (z ^ z >> 27) * 0x94d049bb133111eb;
+    return z ^ z >> 31;
+}
+
+std::vector<std::uint32_t> stratified_floats(std::uint64_t seed, std::span<const std::uint32_t> thresholds,
+                                             int per_exponent) {
+    constexpr std::uint32_t sign = 0x80000000;
+    constexpr std::uint32_t significand = 0x007fffff;
+    constexpr std::uint32_t one = 0x3f800000;
+    RandomBits random(seed);
+    std::vector<std::uint32_t> patterns;
+    auto add = [&](std::uint32_t pattern) {
+        patterns.push_back(pattern & ~sign);
+        patterns.push_back(pattern | sign);
+    };
+    auto add_neighbourhood = [&](std::uint32_t pattern) {
+        for (int offset = -4; offset <= 4; ++offset) add((pattern & ~sign) + offset);
+    };
+
+    for (std::uint32_t special : {0x7f800000, 0x7fc00000, 0x7fffffff, 0x7f800001, 0x7fa00000, 0x7fedcba9}) add(special);
+    for (std::uint32_t exponent = 0; exponent < 255; ++exponent) {
+        add_neighbourhood(exponent << 23);
+        for (int i = 0; i < per_exponent; ++i) {
+            const std::uint32_t cut = i % 4 ? significand : significand & ~0u << 14;
+            add(exponent << 23 | (static_cast<std::uint32_t>(random()) & cut));
+        }
+    }
+    add_neighbourhood(0x7f7ffffb);
+    for (int i = 0; i < per_exponent; ++i) add(static_cast<std::uint32_t>(random()) & significand >> i % 23);
+    for (int distance = 0; distance < 23; ++distance) {
+        for (int i = 0; i < per_exponent / 8 + 1; ++i) {
+            const std::uint32_t top = 1u << distance;
+            const std::uint32_t offset = top | (static_cast<std::uint32_t>(random()) & (top - 1));
+            add(one + offset);
+            add(one - offset);
+        }
+    }
+    for (std::uint32_t threshold : thresholds) add_neighbourhood(threshold);
+    return patterns;
+}
+
+FloatErrorScan::FloatErrorScan(std::string_view operation) {
+    const UnaryOracle* unary = find_unary(operation);
+    if (!unary || !unary->fast) throw std::invalid_argument("no fast oracle for " + std::string(operation));
+    fast_ = unary->fast;
+    exact_ = unary->exact;
+}
+
+double FloatErrorScan::add(std::uint32_t input, std::uint32_t got) {
+    const double reference = fast_(std::bit_cast<float>(input));
+    const double value = std::bit_cast<float>(got);
+    if (reference == value || (std::isnan(reference) && std::isnan(value))) return 0;
+    // So close to a power of two, the ulp may be that of the binade below.
+    constexpr std::uint64_t fraction = (1ull << 52) - 1;
+    const bool near_power_of_two = ((std::bit_cast<std::uint64_t>(reference) + 8) & fraction) < 16;
+    if (std::isfinite(reference) && !std::isnan(value) && !near_power_of_two) {
+        // 1 / ulp is 2^(23 - e), with e read from the exponent field of the reference and kept in the range of float.
+        constexpr double limit = 0x1p128;
+        const double target = std::clamp(reference, -limit, limit);
+        const std::uint64_t field = std::bit_cast<std::uint64_t>(target) >> 52 & 0x7ff;
+        const std::uint64_t exponent = std::clamp<std::uint64_t>(field, 1023 - 126, 1023 + 127);
+        const double units = std::bit_cast<double>((2 * 1023 + 23 - exponent) << 52);
+        const double error = std::abs(std::clamp(value, -limit, limit) - target) * units;
+        if (error <= max_error_) return error;
+    }
+    const double error = ulp_error(Lane::f32, got, exact_(Real::from_pattern(Lane::f32, input)));
+    if (error > max_error_) {
+        max_error_ = error;
+        worst_input_ = input;
+        worst_got_ = got;
+    }
+    return error;
+}
+
+void FloatErrorScan::merge(const FloatErrorScan& other) {
+    if (other.max_error_ > max_error_) {
+        max_error_ = other.max_error_;
+        worst_input_ = other.worst_input_;
+        worst_got_ = other.worst_got_;
+    }
+}
+
+}  // namespace tuvo

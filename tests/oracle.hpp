@@ -1,0 +1,69 @@
+// The oracle of the accuracy tests and reports: exact values from MPFR, errors in ulp, and the inputs to try.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "frame/operations.hpp"
+#include "frame/real.hpp"
+
+namespace tuvo {
+
+/// Distance of a result from the exact value, in ulp of the f32 or f64 format at the exact value (the spacing of
+/// subnormals below the normal range). An infinite result counts as the first power of two beyond the format, and so
+/// does a finite exact value beyond that; an exact infinity must be met by the same infinity, a NaN by a NaN, and what
+/// misses them is infinitely wrong. Zeros of either sign are equal. On integer lanes the ulp is 1.
+double ulp_error(Lane lane, std::uint64_t got_pattern, const Real& exact);
+
+/// The exact value (to `Real::precision` bits) of an operation ("log", "log1p") for the given arguments; nothing for an
+/// operation that the oracle does not know.
+std::optional<Real> oracle(std::string_view operation, std::span<const Real> arguments);
+/// The same for bit patterns of one lane type.
+std::optional<Real> oracle(std::string_view operation, std::span<const std::uint64_t> arguments, Lane lane);
+
+/// Deterministic random bits (splitmix64).
+class RandomBits {
+public:
+    explicit RandomBits(std::uint64_t seed) : state_(seed) {}
+    std::uint64_t operator()();
+
+private:
+    std::uint64_t state_;
+};
+
+/// f32 patterns that show the faults of a kernel: zeros, infinities, quiet and signalling NaN, the smallest and largest
+/// subnormals and normals; every exponent with `per_exponent` random significands (a quarter of them with few bits),
+/// its power of two and the neighbours of that; arguments close to 1 at all distances; and the neighbours of each
+/// threshold. All with both signs, about 510 (per_exponent + 9) patterns. The same seed gives the same patterns.
+std::vector<std::uint32_t> stratified_floats(std::uint64_t seed, std::span<const std::uint32_t> thresholds,
+                                             int per_exponent = 64);
+
+/// The largest error of a unary float operation over many inputs, up to all 2^32: the C library's double function tells
+/// the error to better than 1e-6 ulp, and MPFR decides where that exceeds the largest so far.
+class FloatErrorScan {
+public:
+    /// Throws std::invalid_argument for an operation that has no such function.
+    explicit FloatErrorScan(std::string_view operation);
+
+    /// Takes in one result. Returns its error in ulp, to 1e-6.
+    double add(std::uint32_t input, std::uint32_t got);
+    /// Takes in what another scan of the same operation has seen.
+    void merge(const FloatErrorScan& other);
+
+    /// Confirmed error of the worst input; no input that was added exceeds it by more than 1e-6.
+    double max_error() const { return max_error_; }
+    std::uint32_t worst_input() const { return worst_input_; }
+    std::uint32_t worst_got() const { return worst_got_; }
+
+private:
+    double (*fast_)(double);
+    Real (*exact_)(const Real&);
+    double max_error_ = 0;
+    std::uint32_t worst_input_ = 0;
+    std::uint32_t worst_got_ = 0;
+};
+
+}  // namespace tuvo
