@@ -28,7 +28,8 @@ int memory_operand_bits(const Instruction& i) {
         m == "vmovhps" || m == "vmovhpd")
         return 0;
     if (m == "vinsertf128") return 128;
-    if (i.dst_bits == 128 && (ends_with(m, "ss") || ends_with(m, "sd")) && m.rfind("vpack", 0) != 0) return ends_with(m, "ss") ? 32 : 64;
+    const bool packed_integers = m.rfind("vp", 0) == 0;  // vpmaxsd is none of the scalar instructions
+    if (!packed_integers && (ends_with(m, "ss") || ends_with(m, "sd"))) return ends_with(m, "ss") ? 32 : 64;
     return i.dst_bits;
 }
 
@@ -84,7 +85,8 @@ private:
     int position_ = 0;
     int cost_ = 0;
     int next_outline_slot_ = section_slots;
-    std::vector<int> locked_;
+    std::vector<int> locked_;                       ///< values that must stay in their registers
+    std::vector<std::pair<File, int>> reading_;     ///< physical registers that the instruction at hand reads
 
     File file(int r) const { return kernel_.registers[r].file; }
     bool rematerializes(int r) const { return kernel_.registers[r].rematerialize >= 0; }
@@ -180,13 +182,13 @@ private:
         if (hint >= 0 && hint < limit) {
             const int holder = held[hint];
             if (holder < 0) return hint;
-            // The holder steps aside at once, off the chain that computes the new value.
-            if (!is_locked(holder) || next_use(frame, holder, position_) != never)
-                for (int p = limit - 1; p >= 0; --p)
-                    if (held[p] < 0) {
-                        move(holder, p);
-                        return hint;
-                    }
+            // The holder steps aside at once, off the chain that computes the new value; not into a register that the
+            // instruction itself still reads.
+            for (int p = limit - 1; p >= 0; --p)
+                if (held[p] < 0 && std::find(reading_.begin(), reading_.end(), std::pair(f, p)) == reading_.end()) {
+                    move(holder, p);
+                    return hint;
+                }
         }
         // Low registers carry results, so the others are taken from the top of the first eight.
         for (int p = std::min(limit, 8) - 1; p >= 0; --p)
@@ -299,6 +301,8 @@ private:
             o = resolved(frame, o);
         }
         if (folded) cost_ += 1;
+        for (int r : read)
+            if (values_[r].reg >= 0) reading_.push_back({file(r), values_[r].reg});
         release_dead(frame, read);
         if (i.dst >= 0) {
             const int r = i.dst;
@@ -308,6 +312,7 @@ private:
             else if (file(r) == File::vector) touched_[p] = true;
         }
         append(i, 0);
+        reading_.clear();
     }
 
     /// Puts the results where the caller looks for them.
@@ -419,6 +424,13 @@ private:
         values_ = values_before;
         held_ = held_before;
         position_ = position_before, cost_ = cost_before, code_ = code_before;
+
+        // Whatever else was in a register may have been overwritten out of line.
+        for (std::size_t r = 0; r < values_.size(); ++r)
+            if (values_[r].reg >= 0 && std::ranges::find(needed, int(r)) == needed.end() &&
+                std::ranges::find(resident, int(r)) == resident.end() &&
+                std::ranges::none_of(section.joins, [&](const Joined& j) { return j.before == int(r); }))
+                leave(int(r));
 
         for (const Joined& j : section.joins) {
             values_[j.joined] = values_[j.before];

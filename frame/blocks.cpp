@@ -44,7 +44,8 @@ std::vector<bool> live_nodes(const Program& program) {
     for (int output : program.outputs) mark(output, mark);
     for (const RareTest& test : program.rare) {
         mark(test.mask, mark);
-        for (int s = test.section; s != 0; s = program.sections[s].parent) mark(program.sections[s].mask, mark);
+        // A section that finds rare lanes runs even if nobody wants its values.
+        for (int s = test.section; s != 0; s = program.sections[s].parent) mark(program.sections[s].joined[0], mark);
     }
     return live;
 }

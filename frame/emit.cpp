@@ -332,6 +332,7 @@ private:
         line("jnc " + label("next", s));
         if (kernel_.works_256) line("vzeroupper");
         static constexpr const char* parameters[] = {"rdi", "rsi", "rdx", "rcx"};
+        if (section.inputs.size() + section.outputs.size() > std::size(parameters)) fail("a rare routine takes four pointers at most");
         int parameter = 0;
         const auto pass = [&](const StashArray& array, std::int64_t offset) {
             line(std::string("lea ") + parameters[parameter++] + ", [rsp + rbx*" + std::to_string(array.element_bytes) + " + " + std::to_string(offset) + "]");

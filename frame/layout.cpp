@@ -197,9 +197,9 @@ private:
         const auto key = std::pair(node, bits);
         if (const auto found = constant_registers_.find(key); found != constant_registers_.end()) return found->second;
         const Node& n = program_.nodes[node];
-        const std::string mnemonic = bits == 32 ? "vmovss" : bits == 64 ? "vmovsd" : is_integer(n.type) ? "vmovdqa" : "vmovaps";
+        const std::string mnemonic = bits == 32 ? "vmovss" : bits == 64 ? "vmovsd" : is_integer(n.type) && bits == 128 ? "vmovdqa" : "vmovaps";
         const int r = rematerialized(mnemonic, {constant_operand(node, bits)}, std::max(bits, 128), File::vector,
-                                     n.name.empty() ? describe_pattern(n.type, n.imm) : n.name);
+                                     !n.name.empty() ? n.name : n.quad ? "four values" : describe_pattern(n.type, n.imm));
         return constant_registers_[key] = r;
     }
 
@@ -339,6 +339,8 @@ private:
             } else {
                 for (int bits : part_bits(lane, width_)) {
                     const int r = new_register(bits);
+                    // A whole register that arrives may be moved or stashed, which is 256-bit work enough.
+                    if (bits == 256) kernel_.works_256 = true;
                     kernel_.registers[r].fixed = next_vector++;
                     kernel_.registers[r].name = "argument " + std::to_string(a);
                     raw.push_back(r);
@@ -388,8 +390,6 @@ private:
         case Op::constant:
         case Op::gather: return;
         case Op::bitcast: {
-            if (is_constant(root(k)))
-                throw std::invalid_argument(program_.name + ": bits of a constant; write the pattern as a constant of the other type");
             for (int r : forms_[root(k)].whole)
                 if (kernel_.registers[r].name.empty()) kernel_.registers[r].name = n.name;
             return;
@@ -777,10 +777,8 @@ private:
 
     // Masks in general registers.
 
-    int cut() const {
-        if (width_ == 1) return 1;
-        return width_ == 2 && !wide_family() ? 3 : 0;
-    }
+    /// Bits of a joined mask that stand for lanes; 0 where all do. At widths 1 and 2 the lanes above hold copies.
+    int cut() const { return width_ <= 2 ? (1 << width_) - 1 : 0; }
 
     /// The rare mask: bit i for lane i, in a general register.
     int join_mask(int node) {

@@ -87,6 +87,8 @@ int record(Op op, Type type, std::array<int, 3> args, std::uint64_t imm) {
     for (int arg : args)
         if (arg < -1 || arg >= int(program.nodes.size()))
             throw std::invalid_argument(program.name + ": an operation uses a value that was never given one");
+    if (op == Op::bitcast && program.nodes[args[0]].op == Op::constant && !program.nodes[args[0]].quad)
+        return record_constant(type, program.nodes[args[0]].imm);  // the same pattern under another type
     Node node;
     node.op = op, node.type = type, node.args = args, node.imm = imm, node.section = current_section;
     program.nodes.push_back(node);

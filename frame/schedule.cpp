@@ -55,6 +55,7 @@ std::vector<Instruction> schedule(const Kernel& kernel, const std::vector<Instru
         successors[from].push_back({to, latency});
         ++predecessors[to];
     };
+    int rare_at = -1;
     for (int k = 0; k < n; ++k) {
         const Instruction& i = body[k];
         const auto read = [&](int r) {
@@ -83,6 +84,9 @@ std::vector<Instruction> schedule(const Kernel& kernel, const std::vector<Instru
         }
         if (i.kind == Instruction::Kind::rare || i.kind == Instruction::Kind::end)
             for (int before = 0; before < k; ++before) edge(before, k, 0);
+        // The rare path comes back with the results alone: what leads out of the kernel is done after it.
+        if (rare_at >= 0) edge(rare_at, k, 0);
+        if (i.kind == Instruction::Kind::rare) rare_at = k;
     }
 
     std::vector<int> height(n, 0);
