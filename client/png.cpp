@@ -1,0 +1,24 @@
+#include "client/png.hpp"
+
+#include <filesystem>
+
+#include <png.h>
+
+#include "client/failure.hpp"
+
+namespace tuvo::client {
+
+void write_png(const Image& image, const std::string& path) {
+    const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+    std::error_code ignored;  // a folder that can't be made shows when the file is opened
+    if (!folder.empty()) std::filesystem::create_directories(folder, ignored);
+    png_image header{};
+    header.version = PNG_IMAGE_VERSION;
+    header.width = static_cast<png_uint_32>(image.width);
+    header.height = static_cast<png_uint_32>(image.height);
+    header.format = PNG_FORMAT_RGB;
+    if (!png_image_write_to_file(&header, path.c_str(), 0, image.pixels.data(), 0, nullptr))
+        throw Failure("cannot write '" + path + "': " + header.message);
+}
+
+}  // namespace tuvo::client
