@@ -88,8 +88,12 @@ public:
             const auto [section, framed] = outlined_.front();
             outlined_.erase(outlined_.begin());
             framed_ = framed;
+            // A section inside another that set the frame up begins in that frame.
+            const bool inherits = framed && !framed_main_;
+            if (inherits) out_ << "    .cfi_def_cfa rbp, 16\n    .cfi_offset rbp, -16\n";
             if (kernel_.sections[section].is_rare) rare_section(section);
             else any_lane_section(section);
+            if (inherits) out_ << "    .cfi_def_cfa rsp, 8\n    .cfi_restore rbp\n";
         }
         out_ << "    .cfi_endproc\n    .size " << kernel_.symbol << ", . - " << kernel_.symbol << "\n";
         write_pool();
