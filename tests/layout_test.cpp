@@ -1,0 +1,104 @@
+// Generated code against the interpreter, bit for bit: each lane in every position, beside different neighbours, at all
+// widths. Rare lanes against the rare routine that the library itself holds.
+#include <dlfcn.h>
+
+#include <map>
+#include <numeric>
+
+#include <gtest/gtest.h>
+
+#include "tests/call.hpp"
+#include "tests/elf_file.hpp"
+#include "tests/inputs.hpp"
+#include "tests/library.hpp"
+
+namespace tuvo {
+namespace {
+
+using RareRoutine = int (*)(const void*, const void*, const void*, const void*);
+
+/// The routine at the address that the debug file gives for it.
+RareRoutine find_rare_routine(const Family& family) {
+    static const std::map<std::string, std::uint64_t> addresses = [] {
+        std::map<std::string, std::uint64_t> found;
+        for (const ElfFile::Symbol& symbol : ElfFile(TUVO_DEBUG_FILE).symbols(".symtab"))
+            found[symbol.name] = symbol.st_value;
+        return found;
+    }();
+    Dl_info library;
+    if (!dladdr(find_kernel(family, 1), &library)) throw std::runtime_error("the library has no base address");
+    const auto base = reinterpret_cast<std::uintptr_t>(library.dli_fbase);
+    return reinterpret_cast<RareRoutine>(base + addresses.at(family.rare_routine));
+}
+
+/// Values that every kernel has to yield for the lane.
+std::vector<std::uint64_t> final_outputs(const Family& family, const LaneCase& lane) {
+    std::vector<std::uint64_t> outputs = lane.expected.outputs;
+    if (!lane.expected.rare) return outputs;
+    const void* pointers[4] = {};
+    std::size_t count = 0;
+    for (const std::uint64_t& argument : lane.arguments) pointers[count++] = &argument;
+    for (const std::uint64_t& output : outputs) pointers[count++] = &output;
+    find_rare_routine(family)(pointers[0], pointers[1], pointers[2], pointers[3]);
+    return outputs;
+}
+
+constexpr std::uint64_t seed = 2;
+
+/// Puts each of the lanes into each position once. Lanes are dealt to as many groups as there are positions; in each
+/// pass the groups move on by one position, and against one another by some random distance.
+void check_width(const Family& family, int width, const std::vector<LaneCase>& lanes,
+                 const std::vector<std::vector<std::uint64_t>>& expected) {
+    const void* kernel = find_kernel(family, width);
+    ASSERT_TRUE(kernel) << short_name(family, width);
+    Caller caller(kernel, family, width);
+    RandomBits random(seed);
+    const std::size_t group = lanes.size() / width;
+    for (int pass = 0; pass < width; ++pass) {
+        std::vector<std::size_t> distance(width);
+        for (std::size_t& d : distance) d = random() % group;
+        for (std::size_t step = 0; step < group; ++step) {
+            std::vector<std::size_t> chosen;
+            std::vector<const LaneCase*> cases;
+            for (int position = 0; position < width; ++position) {
+                chosen.push_back((step + distance[position]) % group * width + (position + pass) % width);
+                cases.push_back(&lanes[chosen.back()]);
+            }
+            const CallResult& result = caller(arguments_of(cases));
+            ASSERT_EQ(result.violations, std::vector<std::string>{}) << short_name(family, width);
+            for (int position = 0; position < width; ++position)
+                for (std::size_t v = 0; v < result.outputs.size(); ++v)
+                    ASSERT_EQ(result.outputs[v][position], expected[chosen[position]][v])
+                        << short_name(family, width) << ", lane " << position << ", output " << v << ", seed " << seed
+                        << (cases[position]->expected.rare ? ", rare" : "") << ", arguments "
+                        << hex(cases[position]->arguments) << std::hex << ": 0x" << result.outputs[v][position]
+                        << " and not 0x" << expected[chosen[position]][v];
+        }
+    }
+}
+
+TEST(Layout, EveryLaneIsWhatTheInterpreterGives) {
+    for (const DescribedFamily& described : described_families()) {
+        const Family& family = *described.family;
+        const std::vector<LaneCase> lanes = lane_cases(described, seed, 4800);
+        std::vector<std::vector<std::uint64_t>> expected;
+        for (const LaneCase& lane : lanes) expected.push_back(final_outputs(family, lane));
+        for (int width : widths) check_width(family, width, lanes, expected);
+    }
+}
+
+// What runs out of line for the sake of a neighbour must not show.
+TEST(Layout, SectionsOfNeighboursDoNotShow) {
+    for (const DescribedFamily& described : described_families()) {
+        const Program program = record_family(described);
+        if (program.sections.size() == 1) continue;
+        for (const LaneCase& lane : lane_cases(described, seed, 4800)) {
+            const LaneResult beside = interpret(program, lane.arguments, true);
+            ASSERT_EQ(beside.rare, lane.expected.rare) << program.name << " " << hex(lane.arguments);
+            ASSERT_EQ(beside.outputs, lane.expected.outputs) << program.name << " " << hex(lane.arguments);
+        }
+    }
+}
+
+}  // namespace
+}  // namespace tuvo
