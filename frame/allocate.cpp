@@ -50,6 +50,8 @@ public:
         for (std::size_t r = 0; r < values_.size(); ++r)
             if (kernel_.registers[r].fixed >= 0) place(int(r), kernel_.registers[r].fixed);
         Frame frame = open(0, {});
+        for (std::size_t r = 0; r < values_.size(); ++r)
+            if (values_[r].reg >= 0 && frame.uses[r].empty()) leave(int(r));  // an argument that nothing reads
         for (position_ = 0; position_ < int(bodies_[0].size()); ++position_) step(frame);
         result_.cost = cost_;
         if (kernel_.preserved == Preserved::upper_vectors_and_pointers)
@@ -175,16 +177,17 @@ private:
 
     bool is_locked(int r) const { return std::find(locked_.begin(), locked_.end(), r) != locked_.end(); }
 
-    /// A free physical register, made free if need be.
-    int take(const Frame& frame, File f, int hint) {
+    /// A free physical register, made free if need be. `for_result`: it is written by the instruction at hand, and not
+    /// before it.
+    int take(const Frame& frame, File f, int hint, bool for_result) {
         auto& held = held_[int(f)];
         const int limit = limits_[int(f)];
         if (hint >= 0 && hint < limit) {
             const int holder = held[hint];
             if (holder < 0) return hint;
             // The holder steps aside at once, off the chain that computes the new value; not into a register that the
-            // instruction itself still reads.
-            for (int p = limit - 1; p >= 0; --p)
+            // instruction itself still reads. An operand that has been found already stays where it was found.
+            for (int p = limit - 1; p >= 0 && (for_result || !is_locked(holder)); --p)
                 if (held[p] < 0 && std::find(reading_.begin(), reading_.end(), std::pair(f, p)) == reading_.end()) {
                     move(holder, p);
                     return hint;
@@ -239,7 +242,7 @@ private:
                 throw std::logic_error(kernel_.symbol + ": value " + std::to_string(r) + " (" + kernel_.registers[r].name +
                                        ") is read before it is made");
             }
-            const int p = take(frame, file(r), hints_[r]);
+            const int p = take(frame, file(r), hints_[r], false);
             load.dst = p;
             append(load);
             place(r, p);
@@ -306,7 +309,7 @@ private:
         release_dead(frame, read);
         if (i.dst >= 0) {
             const int r = i.dst;
-            const int p = take(frame, file(r), hints_[r]);
+            const int p = take(frame, file(r), hints_[r], true);
             i.dst = p;
             if (next_use(frame, r, position_) != never) place(r, p);
             else if (file(r) == File::vector) touched_[p] = true;
@@ -343,7 +346,7 @@ private:
             // A ring of moves: one value steps aside.
             const int r = pending[0];
             locked_ = end.uses;
-            const int aside = take(frame, file(r), -1);
+            const int aside = take(frame, file(r), -1, false);
             const int blocker = held_[int(file(r))][kernel_.registers[r].hint];
             move(blocker, aside);
         }

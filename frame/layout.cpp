@@ -207,6 +207,12 @@ private:
 
     bool is_constant(int node) const { return program_.nodes[node].op == Op::constant; }
 
+    bool is_nan_constant(int node) const {
+        const Node& n = program_.nodes[node];
+        if (n.type == Type::f32) return (n.imm & 0x7fffffff) > 0x7f800000;
+        return n.type == Type::f64 && (n.imm & ~(std::uint64_t(1) << 63)) > 0x7ff0000000000000;
+    }
+
     /// The node whose registers a value has: a change of type is none of the machine's business.
     int root(int node) const {
         while (program_.nodes[node].op == Op::bitcast) node = program_.nodes[node].args[0];
@@ -470,19 +476,18 @@ private:
         const auto int_binary = [&](const char* name32, const char* name64) {
             return emit(single ? name32 : name64, 128, {first(128), second(128)});
         };
-        const auto commuted = [&](auto make) {
-            // A constant in first place moves to the second, where it can stay in memory. It is no NaN, so no other
-            // operand survives than before.
-            if (!is_constant(n.args[0]) || is_constant(n.args[1])) return make(n);
-            Node swapped = n;
-            std::swap(swapped.args[0], swapped.args[1]);
-            return make(swapped);
+        // A constant in first place moves to the second, where it can stay in memory.
+        const bool constant_first = is_constant(n.args[0]) && !is_constant(n.args[1]);
+        const auto swapped = [&] {
+            Node other = n;
+            std::swap(other.args[0], other.args[1]);
+            return elementwise(other, shape, p);
         };
         switch (n.op) {
         case Op::add:
         case Op::mul:
-            if (is_constant(n.args[0]) && !is_constant(n.args[1]))
-                return commuted([&](const Node& swapped) { return elementwise(swapped, shape, p); });
+            // Of two NaNs the first survives, so one among the constants keeps its place.
+            if (constant_first && !is_nan_constant(n.args[0])) return swapped();
             if (is_floating(n.type)) return float_binary(n.op == Op::add ? "vadd" : "vmul");
             return n.op == Op::add ? int_binary("vpaddd", "vpaddq") : int_binary("vpmulld", "");
         case Op::sub: return is_floating(n.type) ? float_binary("vsub") : int_binary("vpsubd", "vpsubq");
@@ -508,8 +513,7 @@ private:
         case Op::bit_or:
         case Op::bit_xor:
         case Op::and_not: {
-            if (n.op != Op::and_not && is_constant(n.args[0]) && !is_constant(n.args[1]))
-                return commuted([&](const Node& swapped) { return elementwise(swapped, shape, p); });
+            if (n.op != Op::and_not && constant_first) return swapped();
             const bool integer = vector_bits == 128 && integer_domain(n.args[0]) && integer_domain(n.args[1]);
             const std::string name = n.op == Op::bit_and ? "and" : n.op == Op::bit_or ? "or" : n.op == Op::bit_xor ? "xor" : "andn";
             return emit(integer ? "vp" + name : "v" + name + packed, vector_bits, {first(vector_bits), second(vector_bits)});
@@ -520,7 +524,7 @@ private:
         case Op::compare: {
             int predicate = int(n.imm);
             int a = n.args[0], b = n.args[1];
-            if (is_constant(a) && !is_constant(b)) {  // mirrored, so that the constant can stay in memory
+            if (constant_first) {
                 static constexpr std::array<int, 15> mirrored{0, 14, 13, 3, 4, 10, 9, 7, -1, 6, 5, -1, -1, 2, 1};
                 predicate = mirrored[predicate];
                 std::swap(a, b);
