@@ -49,8 +49,10 @@ bool parse_value(const std::string& text, T& value) {
     if constexpr (std::is_floating_point_v<T>) {
         // Rounding twice, through double, would miss the nearest float now and then.
         char* end = nullptr;
-        if constexpr (std::is_same_v<T, float>) value = std::strtof(text.c_str(), &end);
-        else value = std::strtod(text.c_str(), &end);
+        if constexpr (std::is_same_v<T, float>)
+            value = std::strtof(text.c_str(), &end);
+        else
+            value = std::strtod(text.c_str(), &end);
         return !text.empty() && *end == '\0';
     } else {
         return parse_integer(text, value);
@@ -61,16 +63,16 @@ bool parse_value(const std::string& text, T& value) {
 template <typename Function>
 auto with_type(Scalar scalar, Function function) {
     switch (scalar) {
-        case Scalar::i8: return function(std::int8_t{});
-        case Scalar::u8: return function(std::uint8_t{});
-        case Scalar::i16: return function(std::int16_t{});
-        case Scalar::u16: return function(std::uint16_t{});
-        case Scalar::i32: return function(std::int32_t{});
-        case Scalar::u32: return function(std::uint32_t{});
-        case Scalar::i64: return function(std::int64_t{});
-        case Scalar::u64: return function(std::uint64_t{});
-        case Scalar::f32: return function(float{});
-        case Scalar::f64: return function(double{});
+    case Scalar::i8: return function(std::int8_t{});
+    case Scalar::u8: return function(std::uint8_t{});
+    case Scalar::i16: return function(std::int16_t{});
+    case Scalar::u16: return function(std::uint16_t{});
+    case Scalar::i32: return function(std::int32_t{});
+    case Scalar::u32: return function(std::uint32_t{});
+    case Scalar::i64: return function(std::int64_t{});
+    case Scalar::u64: return function(std::uint64_t{});
+    case Scalar::f32: return function(float{});
+    case Scalar::f64: return function(double{});
     }
     std::abort();
 }
@@ -98,9 +100,12 @@ Buffer zeroed(const std::string& argument, Scalar scalar, const std::string& cou
 
 template <typename T>
 void print_value(T value) {
-    if constexpr (std::is_same_v<T, float>) std::printf("%.9g\n", static_cast<double>(value));
-    else if constexpr (std::is_same_v<T, double>) std::printf("%.17g\n", value);
-    else std::printf("%s\n", std::to_string(value).c_str());
+    if constexpr (std::is_same_v<T, float>)
+        std::printf("%.9g\n", static_cast<double>(value));
+    else if constexpr (std::is_same_v<T, double>)
+        std::printf("%.17g\n", value);
+    else
+        std::printf("%s\n", std::to_string(value).c_str());
 }
 
 /// "a value of f32 x 4".

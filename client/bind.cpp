@@ -280,19 +280,32 @@ Value* clamp(Builder& builder, CallInst& call, const Builtin& builtin) {
 /// A barrier has nobody to wait for in a work-group of one.
 const std::map<std::string, InlineBuiltin>& inline_builtins() {
     static const std::map<std::string, InlineBuiltin> table{
-        {"get_global_id", item_index},        {"get_group_id", item_index},
-        {"get_global_size", item_count},      {"get_num_groups", item_count},
-        {"get_local_id", constant(0)},        {"get_global_offset", constant(0)},
-        {"get_local_size", constant(1)},      {"get_work_dim", constant(1)},
-        {"barrier", nothing},                 {"work_group_barrier", nothing},
-        {"mem_fence", nothing},               {"read_mem_fence", nothing},
-        {"write_mem_fence", nothing},         {"mad", multiply_add},
-        {"min", minimum_maximum<false>},      {"max", minimum_maximum<true>},
-        {"clamp", clamp},                     {"vload2", load_vector},
-        {"vload3", load_vector},              {"vload4", load_vector},
-        {"vload8", load_vector},              {"vload16", load_vector},
-        {"vstore2", store_vector},            {"vstore3", store_vector},
-        {"vstore4", store_vector},            {"vstore8", store_vector},
+        {"get_global_id", item_index},
+        {"get_group_id", item_index},
+        {"get_global_size", item_count},
+        {"get_num_groups", item_count},
+        {"get_local_id", constant(0)},
+        {"get_global_offset", constant(0)},
+        {"get_local_size", constant(1)},
+        {"get_work_dim", constant(1)},
+        {"barrier", nothing},
+        {"work_group_barrier", nothing},
+        {"mem_fence", nothing},
+        {"read_mem_fence", nothing},
+        {"write_mem_fence", nothing},
+        {"mad", multiply_add},
+        {"min", minimum_maximum<false>},
+        {"max", minimum_maximum<true>},
+        {"clamp", clamp},
+        {"vload2", load_vector},
+        {"vload3", load_vector},
+        {"vload4", load_vector},
+        {"vload8", load_vector},
+        {"vload16", load_vector},
+        {"vstore2", store_vector},
+        {"vstore3", store_vector},
+        {"vstore4", store_vector},
+        {"vstore8", store_vector},
         {"vstore16", store_vector},
     };
     return table;
@@ -410,8 +423,7 @@ void bind_divisions(llvm::Module& module, const Manifest& manifest) {
                 if (instruction.getOpcode() != division.opcode || !instruction.getType()->isIntOrIntVectorTy(32) ||
                     llvm::isa<llvm::Constant>(instruction.getOperand(1)))
                     continue;
-                const auto found =
-                    manifest.find({division.operation, "", division.element, lane_count(&instruction)});
+                const auto found = manifest.find({division.operation, "", division.element, lane_count(&instruction)});
                 if (found != manifest.end())
                     bound.emplace_back(llvm::cast<llvm::BinaryOperator>(&instruction), &found->second);
             }

@@ -1,12 +1,12 @@
 #include "client/compile.hpp"
 
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <array>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
 
 #include <llvm/IR/InstIterator.h>
@@ -48,14 +48,17 @@ ChildOutput run_child(std::vector<std::string> arguments) {
     ChildOutput output;
     std::array<char, 1 << 16> block;
     while (const ssize_t size = read(ends[0], block.data(), block.size())) {
-        if (size > 0) output.text.append(block.data(), static_cast<std::size_t>(size));
-        else if (errno != EINTR) break;
+        if (size > 0)
+            output.text.append(block.data(), static_cast<std::size_t>(size));
+        else if (errno != EINTR)
+            break;
     }
     close(ends[0]);
     if (error != 0)
         throw Failure("cannot run '" + arguments[0] + "': " + std::strerror(error) + "; name a clang with --clang");
     int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {}
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
     output.succeeded = WIFEXITED(status) && WEXITSTATUS(status) == 0;
     return output;
 }
@@ -63,9 +66,22 @@ ChildOutput run_child(std::vector<std::string> arguments) {
 /// The front end's target is one with plain vector values: the rules of the C language on x86-64 would turn a float2
 /// into a double and a float16 into memory before the kernel's parts could be built.
 std::vector<std::string> front_end(const std::string& clang, const std::filesystem::path& program) {
-    return {clang, "-x", "cl", "-cl-std=CL3.0", "-target", "spir64-unknown-unknown", "-Xclang",
-            "-cl-ext=-__opencl_c_generic_address_space,-__opencl_c_device_enqueue,-__opencl_c_pipes", "-O1",
-            "-ffp-contract=off", "-gline-tables-only", "-emit-llvm", "-c", "-o", "-", program.string()};
+    return {clang,
+            "-x",
+            "cl",
+            "-cl-std=CL3.0",
+            "-target",
+            "spir64-unknown-unknown",
+            "-Xclang",
+            "-cl-ext=-__opencl_c_generic_address_space,-__opencl_c_device_enqueue,-__opencl_c_pipes",
+            "-O1",
+            "-ffp-contract=off",
+            "-gline-tables-only",
+            "-emit-llvm",
+            "-c",
+            "-o",
+            "-",
+            program.string()};
 }
 
 /// The address spaces need no mapping: x86-64 gives those below 256 no meaning of their own.

@@ -65,8 +65,8 @@ bool show_entropy(const EntropyOptions& options, const Settings& settings) {
     std::vector<float> block_bits(blocks);
     void* bytes_address = bytes.data();
     void* bits_address = block_bits.data();
-    run_kernel(program, find_kernel(program, "entropy_of_blocks"),
-               {&bytes_address, &size, &block, &bits_address}, blocks, "entropy of blocks");
+    run_kernel(program, find_kernel(program, "entropy_of_blocks"), {&bytes_address, &size, &block, &bits_address},
+               blocks, "entropy of blocks");
 
     Counts counts = count_bytes(bytes.data(), size);
     float file_bits = 0.0f;

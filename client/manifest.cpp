@@ -40,7 +40,8 @@ Kernel read_kernel(const json& entry) {
 Manifest read_manifest(const std::filesystem::path& path) {
     std::ifstream file(path);
     if (!file)
-        throw Failure("cannot read the manifest '" + path.string() + "'; build the library, or name its manifest with "
+        throw Failure("cannot read the manifest '" + path.string() +
+                      "'; build the library, or name its manifest with "
                       "--manifest");
     try {
         const json document = json::parse(file);

@@ -64,8 +64,7 @@ void add_driver(llvm::Module& module, const KernelSignature& signature) {
     Type* address = llvm::PointerType::get(Type::getInt8Ty(context), 0);
     auto* type = llvm::FunctionType::get(Type::getVoidTy(context),
                                          {llvm::PointerType::get(address, 0), word, word, word}, false);
-    auto* driver =
-        llvm::Function::Create(type, llvm::Function::ExternalLinkage, driver_name(signature.name), module);
+    auto* driver = llvm::Function::Create(type, llvm::Function::ExternalLinkage, driver_name(signature.name), module);
     driver->setAttributes(driver->getAttributes().addFnAttributes(
         context, llvm::AttrBuilder(context, kernel->getAttributes().getFnAttrs())));
     Value* values = driver->getArg(0);

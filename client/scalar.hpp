@@ -36,7 +36,7 @@ constexpr const ScalarTraits& traits(Scalar scalar) { return scalars[static_cast
 
 /// The scalar whose `field` is `value`, or null: `find_scalar(&ScalarTraits::opencl, "float")`.
 template <typename Field, typename Value>
-constexpr const ScalarTraits* find_scalar(Field ScalarTraits::* field, const Value& value) {
+constexpr const ScalarTraits* find_scalar(Field ScalarTraits::*field, const Value& value) {
     for (const ScalarTraits& candidate : scalars)
         if (candidate.*field == value) return &candidate;
     return nullptr;

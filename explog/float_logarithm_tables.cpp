@@ -5,13 +5,9 @@
 namespace tuvo {
 namespace {
 
-Real f32(std::uint32_t pattern) {
-    return Real::from_pattern(Lane::f32, pattern);
-}
+Real f32(std::uint32_t pattern) { return Real::from_pattern(Lane::f32, pattern); }
 
-void append(RawTable& table, const Real& value) {
-    table.patterns.push_back(value.to_pattern(Lane::f32));
-}
+void append(RawTable& table, const Real& value) { table.patterns.push_back(value.to_pattern(Lane::f32)); }
 
 /// Logarithm of 2 in two floats, such that hi times any exponent field is exact.
 struct SplitLog2 {
@@ -61,8 +57,7 @@ RawTable log10f_kernel_table() {
 RawTable log1pf_kernel_table() {
     const SplitLog2 log_2{f32(0x3f317200), f32(0x35bfbe00)};  // 0.69314575, 1.4285906e-06
     RawTable table{.lane = Lane::f32, .fields = 2, .patterns = {}};
-    for (int r = 128; r <= 256; ++r)
-        append_kernel_entry(table, log(Real(256) / r), log_2, r == 128, -14);
+    for (int r = 128; r <= 256; ++r) append_kernel_entry(table, log(Real(256) / r), log_2, r == 128, -14);
     return table;
 }
 
@@ -70,17 +65,11 @@ RawTable log1pf_kernel_table() {
 // log2, 2^-18 below 64 for log10. With K = 1 the reduced argument is on the grid of 2^-17 too, so that its sum with the
 // former is exact as well.
 
-RawTable logf_rare_table() {
-    return reciprocal_table(1, 128, log, -17);
-}
+RawTable logf_rare_table() { return reciprocal_table(1, 128, log, -17); }
 
-RawTable log2f_rare_table() {
-    return reciprocal_table(f32(0x43b8aa40), 1024, log2, -16);
-}
+RawTable log2f_rare_table() { return reciprocal_table(f32(0x43b8aa40), 1024, log2, -16); }
 
-RawTable log10f_rare_table() {
-    return reciprocal_table(f32(0x42de5c00), 128, log10, -18);
-}
+RawTable log10f_rare_table() { return reciprocal_table(f32(0x42de5c00), 128, log10, -18); }
 
 namespace {
 

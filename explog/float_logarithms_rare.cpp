@@ -87,14 +87,8 @@ inline Reduction reduce(float t, const float (&table)[65][3]) {
 
 /// (log1p(v) - v) / v^2.
 inline float natural_polynomial(float v) {
-    return horner(v,
-                  f32(0xbe0005a0, -0.12502146f),
-                  f32(0x3e124e01, 0.14287569f),
-                  f32(0xbe2aaaab, -0.16666667f),
-                  f32(0x3e4ccccd, 0.2f),
-                  f32(0xbe800000, -0.25f),
-                  f32(0x3eaaaaab, 0.33333334f),
-                  f32(0xbf000000, -0.5f));
+    return horner(v, f32(0xbe0005a0, -0.12502146f), f32(0x3e124e01, 0.14287569f), f32(0xbe2aaaab, -0.16666667f),
+                  f32(0x3e4ccccd, 0.2f), f32(0xbe800000, -0.25f), f32(0x3eaaaaab, 0.33333334f), f32(0xbf000000, -0.5f));
 }
 
 inline float natural_logarithm(Argument argument, const float (&table)[65][3]) {
@@ -123,15 +117,9 @@ constexpr float near_one = f32(0x3bc00000, 0.005859375f);
 
 /// Q for base 2.
 inline float binary_polynomial(float v) {
-    return horner(v,
-                  f32(0x9c1d865e, -5.2120608e-22f),
-                  f32(0x2081cd9d, 2.1989513e-19f),
-                  f32(0xa4da74dc, -9.4740397e-17f),
-                  f32(0x293d1988, 4.1988575e-14f),
-                  f32(0xadaa8223, -1.9384555e-11f),
-                  f32(0x3223fe93, 9.5457322e-09f),
-                  f32(0xb6b1720f, -5.2882892e-06f),
-                  f32(0xbf7f0000, -0.99609375f));
+    return horner(v, f32(0x9c1d865e, -5.2120608e-22f), f32(0x2081cd9d, 2.1989513e-19f),
+                  f32(0xa4da74dc, -9.4740397e-17f), f32(0x293d1988, 4.1988575e-14f), f32(0xadaa8223, -1.9384555e-11f),
+                  f32(0x3223fe93, 9.5457322e-09f), f32(0xb6b1720f, -5.2882892e-06f), f32(0xbf7f0000, -0.99609375f));
 }
 
 inline float binary_logarithm(Argument argument) {
@@ -149,15 +137,9 @@ inline float binary_logarithm(Argument argument) {
 
 /// Q for base 10.
 inline float decimal_polynomial(float v) {
-    return horner(v,
-                  f32(0xa22b5dae, -2.3224415e-18f),
-                  f32(0x25aa5bfd, 2.9552633e-16f),
-                  f32(0xa92c998b, -3.8324849e-14f),
-                  f32(0x2cb3e701, 5.1131326e-12f),
-                  f32(0xb04353b9, -7.1059564e-10f),
-                  f32(0x33e23666, 1.053384e-07f),
-                  f32(0xb7935d5a, -1.7567236e-05f),
-                  f32(0xbf7f0000, -0.99609375f));
+    return horner(v, f32(0xa22b5dae, -2.3224415e-18f), f32(0x25aa5bfd, 2.9552633e-16f),
+                  f32(0xa92c998b, -3.8324849e-14f), f32(0x2cb3e701, 5.1131326e-12f), f32(0xb04353b9, -7.1059564e-10f),
+                  f32(0x33e23666, 1.053384e-07f), f32(0xb7935d5a, -1.7567236e-05f), f32(0xbf7f0000, -0.99609375f));
 }
 
 inline float decimal_logarithm(Argument argument) {
@@ -187,13 +169,9 @@ RareStatus log1pf_rare(const float* x, float* r) {
     return logarithm(*x + 1.0f, r, scale_40, [](Argument a) { return natural_logarithm(a, log1pf_table); });
 }
 
-RareStatus log2f_rare(const float* x, float* r) {
-    return logarithm(*x, r, scale_27, binary_logarithm);
-}
+RareStatus log2f_rare(const float* x, float* r) { return logarithm(*x, r, scale_27, binary_logarithm); }
 
-RareStatus log10f_rare(const float* x, float* r) {
-    return logarithm(*x, r, scale_40, decimal_logarithm);
-}
+RareStatus log10f_rare(const float* x, float* r) { return logarithm(*x, r, scale_40, decimal_logarithm); }
 
 }  // extern "C"
 

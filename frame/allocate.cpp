@@ -24,8 +24,8 @@ bool ends_with(const std::string& text, const char* suffix) {
 int memory_operand_bits(const Instruction& i) {
     const std::string& m = i.mnemonic;
     if (i.is_store || i.sources.size() < 2 || m == "or" || m == "and" || m == "xor") return 0;
-    if (m == "vinsertps" || m == "vpsllq" || m == "vpsrlq" || m.rfind("vblendv", 0) == 0 || m == "vcvtsd2ss" || m == "vcvtss2sd" ||
-        m == "vmovhps" || m == "vmovhpd")
+    if (m == "vinsertps" || m == "vpsllq" || m == "vpsrlq" || m.rfind("vblendv", 0) == 0 || m == "vcvtsd2ss" ||
+        m == "vcvtss2sd" || m == "vmovhps" || m == "vmovhpd")
         return 0;
     if (m == "vinsertf128") return 128;
     const bool packed_integers = m.rfind("vp", 0) == 0;  // vpmaxsd is none of the scalar instructions
@@ -58,7 +58,8 @@ public:
             for (int p = 8; p < vector_registers; ++p)
                 if (touched_[p] || clears_upper_halves(kernel_)) result_.saved.push_back(p);
         result_.cost += 2 * int(result_.saved.size());
-        if (result_.main_slots + int(result_.saved.size()) > red_zone_slots) result_.cost += 6;  // a frame set up and torn down
+        if (result_.main_slots + int(result_.saved.size()) > red_zone_slots)
+            result_.cost += 6;  // a frame set up and torn down
         result_.outline_slots = next_outline_slot_ - section_slots;
         return std::move(result_);
     }
@@ -87,8 +88,8 @@ private:
     int position_ = 0;
     int cost_ = 0;
     int next_outline_slot_ = section_slots;
-    std::vector<int> locked_;                       ///< values that must stay in their registers
-    std::vector<std::pair<File, int>> reading_;     ///< physical registers that the instruction at hand reads
+    std::vector<int> locked_;                    ///< values that must stay in their registers
+    std::vector<std::pair<File, int>> reading_;  ///< physical registers that the instruction at hand reads
 
     File file(int r) const { return kernel_.registers[r].file; }
     bool rematerializes(int r) const { return kernel_.registers[r].rematerialize >= 0; }
@@ -239,8 +240,8 @@ private:
                 load.dst_bits = kernel_.registers[r].bits, load.dst_file = file(r);
                 load.comment = "reload " + kernel_.registers[r].name;
             } else {
-                throw std::logic_error(kernel_.symbol + ": value " + std::to_string(r) + " (" + kernel_.registers[r].name +
-                                       ") is read before it is made");
+                throw std::logic_error(kernel_.symbol + ": value " + std::to_string(r) + " (" +
+                                       kernel_.registers[r].name + ") is read before it is made");
             }
             const int p = take(frame, file(r), hints_[r], false);
             load.dst = p;
@@ -311,8 +312,10 @@ private:
             const int r = i.dst;
             const int p = take(frame, file(r), hints_[r], true);
             i.dst = p;
-            if (next_use(frame, r, position_) != never) place(r, p);
-            else if (file(r) == File::vector) touched_[p] = true;
+            if (next_use(frame, r, position_) != never)
+                place(r, p);
+            else if (file(r) == File::vector)
+                touched_[p] = true;
         }
         append(i, 0);
         reading_.clear();
@@ -363,12 +366,14 @@ private:
             place.kind = Place::Kind::memory;
             place.memory = kernel_.constants[kernel_.registers[r].rematerialize].sources[0].memory;
         } else {
-            throw std::logic_error(kernel_.symbol + ": value " + kernel_.registers[r].name + " is nowhere at the rare path");
+            throw std::logic_error(kernel_.symbol + ": value " + kernel_.registers[r].name +
+                                   " is nowhere at the rare path");
         }
         return place;
     }
 
-    std::vector<std::vector<Place>> places(const std::vector<StashArray>& arrays, const std::vector<int>* replaced = nullptr) const {
+    std::vector<std::vector<Place>> places(const std::vector<StashArray>& arrays,
+                                           const std::vector<int>* replaced = nullptr) const {
         std::vector<std::vector<Place>> result;
         std::size_t next = 0;
         for (const StashArray& array : arrays) {
@@ -390,13 +395,16 @@ private:
         // What the main code needs afterwards, apart from what the section replaces.
         std::vector<int> needed;
         for (std::size_t r = 0; r < values_.size(); ++r)
-            if ((values_[r].reg >= 0 || values_[r].slot >= 0) && !rematerializes(int(r)) && next_use(frame, int(r), position_) != never &&
-                std::none_of(section.joins.begin(), section.joins.end(), [&](const Joined& j) { return j.before == int(r); }))
+            if ((values_[r].reg >= 0 || values_[r].slot >= 0) && !rematerializes(int(r)) &&
+                next_use(frame, int(r), position_) != never &&
+                std::none_of(section.joins.begin(), section.joins.end(),
+                             [&](const Joined& j) { return j.before == int(r); }))
                 needed.push_back(int(r));
         // Constants and block pointers that sit in registers must be there again, too.
         std::vector<int> resident;
         for (std::size_t r = 0; r < values_.size(); ++r)
-            if (values_[r].reg >= 0 && rematerializes(int(r)) && next_use(frame, int(r), position_) != never) resident.push_back(int(r));
+            if (values_[r].reg >= 0 && rematerializes(int(r)) && next_use(frame, int(r), position_) != never)
+                resident.push_back(int(r));
 
         const auto values_before = values_;
         const auto held_before = held_;
@@ -486,7 +494,8 @@ private:
             if (holder >= 0) leave(holder);
             hints_[a.value] = a.reg;
             bring(inner, a.value);
-            if (values_[a.value].reg != a.reg) throw std::logic_error(kernel_.symbol + ": a section's end can't be restored");
+            if (values_[a.value].reg != a.reg)
+                throw std::logic_error(kernel_.symbol + ": a section's end can't be restored");
             locked_.clear();
         }
     }
@@ -511,7 +520,8 @@ AllocatedKernel compile(const Kernel& kernel) {
             std::vector<std::vector<Instruction>> bodies;
             int main_cycles = 0, ignored = 0;
             for (std::size_t s = 0; s < kernel.sections.size(); ++s)
-                bodies.push_back(schedule(kernel, kernel.sections[s].body, policy, pressure, s == 0 ? main_cycles : ignored));
+                bodies.push_back(
+                    schedule(kernel, kernel.sections[s].body, policy, pressure, s == 0 ? main_cycles : ignored));
             for (int budget : budgets) {
                 AllocatedKernel candidate = allocate(kernel, bodies, budget);
                 // An added instruction takes its share of the four that enter the pipeline in a cycle, and spills

@@ -13,7 +13,9 @@ std::vector<std::uint8_t> little_endian(std::uint64_t pattern, int bytes) {
     return result;
 }
 
-std::int64_t align_up(std::int64_t offset, std::int64_t alignment) { return (offset + alignment - 1) / alignment * alignment; }
+std::int64_t align_up(std::int64_t offset, std::int64_t alignment) {
+    return (offset + alignment - 1) / alignment * alignment;
+}
 
 }  // namespace
 
@@ -21,10 +23,12 @@ std::string describe_pattern(Type type, std::uint64_t pattern) {
     char text[64];
     switch (type) {
     case Type::f32:
-        std::snprintf(text, sizeof text, "0x%08x (%.9g)", unsigned(pattern), double(__builtin_bit_cast(float, std::uint32_t(pattern))));
+        std::snprintf(text, sizeof text, "0x%08x (%.9g)", unsigned(pattern),
+                      double(__builtin_bit_cast(float, std::uint32_t(pattern))));
         break;
     case Type::f64:
-        std::snprintf(text, sizeof text, "0x%016llx (%.17g)", (unsigned long long)pattern, __builtin_bit_cast(double, pattern));
+        std::snprintf(text, sizeof text, "0x%016llx (%.17g)", (unsigned long long)pattern,
+                      __builtin_bit_cast(double, pattern));
         break;
     default:
         std::snprintf(text, sizeof text, type_size(type) == 4 ? "0x%08llx" : "0x%016llx", (unsigned long long)pattern);
@@ -74,7 +78,8 @@ BlockLayout lay_out_blocks(const Program& program, const std::string& family_nam
         }
         if (!node.name.empty()) row.comment = node.name + ": " + row.comment;
         ConstBlock& block = layout.blocks[node.block];
-        const auto [found, added] = offsets.try_emplace({node.block, row.period}, std::int64_t(block.rows.size()) * row_bytes);
+        const auto [found, added] =
+            offsets.try_emplace({node.block, row.period}, std::int64_t(block.rows.size()) * row_bytes);
         if (added) block.rows.push_back(row);
         layout.row_offset[k] = found->second;
     }

@@ -22,9 +22,9 @@ struct ConstRow {
 struct ConstBlock {
     std::string symbol;  ///< "logf_consts"
     std::vector<ConstRow> rows;
-    std::vector<int> tables;               ///< indices into Program::tables
+    std::vector<int> tables;                  ///< indices into Program::tables
     std::vector<std::int64_t> table_offsets;  ///< bytes from the block's start
-    std::int64_t size = 0;                 ///< bytes
+    std::int64_t size = 0;                    ///< bytes
 };
 
 /// Where a family's constants lie.

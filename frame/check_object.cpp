@@ -80,9 +80,12 @@ public:
     /// The end of a function; and of the file.
     void finish() {
         if (!is_kernel_) return;
-        if (!family_) fault("no such export");
-        else if (calls_ != int(family_->has_rare)) fault(std::to_string(calls_) + " calls of a rare routine");
-        else if (wide_ && unclear_call_) fault("no vzeroupper before the call, after 256-bit work");
+        if (!family_)
+            fault("no such export");
+        else if (calls_ != int(family_->has_rare))
+            fault(std::to_string(calls_) + " calls of a rare routine");
+        else if (wide_ && unclear_call_)
+            fault("no vzeroupper before the call, after 256-bit work");
     }
 
     void finish_file() {
@@ -129,8 +132,10 @@ private:
         if (contains(text.substr(0, text.find('<')), "nop") || text == "xchg   ax,ax") return;  // padding
         const bool known = is_kernel_ ? known_in_kernel(mnemonic, operands) : rare_routine.contain(mnemonic);
         if (!known) return refuse(text);
-        if (mnemonic == "call" || mnemonic[0] == 'j') transfer(mnemonic, operands, text);
-        else if (strange(operands)) refuse(text);
+        if (mnemonic == "call" || mnemonic[0] == 'j')
+            transfer(mnemonic, operands, text);
+        else if (strange(operands))
+            refuse(text);
     }
 
     bool known_in_kernel(const std::string& mnemonic, const std::string& operands) {

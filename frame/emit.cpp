@@ -41,21 +41,27 @@ const char* size_name(int bits) {
 /// What a kernel may execute. Integer instructions exist for 128 bits only.
 bool allowed(const Instruction& i) {
     static const std::set<std::string> both{
-        "vaddps", "vaddpd", "vsubps", "vsubpd", "vmulps", "vmulpd", "vdivps", "vdivpd", "vminps", "vminpd", "vmaxps", "vmaxpd",
-        "vsqrtps", "vsqrtpd", "vrcpps", "vrsqrtps", "vroundps", "vroundpd", "vandps", "vandpd", "vandnps", "vandnpd", "vorps",
-        "vorpd", "vxorps", "vxorpd", "vcmpps", "vcmppd", "vblendvps", "vblendvpd", "vcvtdq2ps", "vcvtps2dq", "vcvttps2dq",
-        "vcvtdq2pd", "vcvtps2pd", "vcvtpd2ps", "vcvtpd2dq", "vcvttpd2dq", "vmovaps", "vmovups", "vmovmskps", "vmovmskpd",
-        "vextractf128", "vinsertf128", "vshufps", "vunpcklps", "vunpckhps", "vunpcklpd", "vunpckhpd", "vpermilps"};
+        "vaddps",     "vaddpd",    "vsubps",       "vsubpd",      "vmulps",    "vmulpd",     "vdivps",    "vdivpd",
+        "vminps",     "vminpd",    "vmaxps",       "vmaxpd",      "vsqrtps",   "vsqrtpd",    "vrcpps",    "vrsqrtps",
+        "vroundps",   "vroundpd",  "vandps",       "vandpd",      "vandnps",   "vandnpd",    "vorps",     "vorpd",
+        "vxorps",     "vxorpd",    "vcmpps",       "vcmppd",      "vblendvps", "vblendvpd",  "vcvtdq2ps", "vcvtps2dq",
+        "vcvttps2dq", "vcvtdq2pd", "vcvtps2pd",    "vcvtpd2ps",   "vcvtpd2dq", "vcvttpd2dq", "vmovaps",   "vmovups",
+        "vmovmskps",  "vmovmskpd", "vextractf128", "vinsertf128", "vshufps",   "vunpcklps",  "vunpckhps", "vunpcklpd",
+        "vunpckhpd",  "vpermilps"};
     static const std::set<std::string> narrow{
-        "vaddss", "vaddsd", "vsubss", "vsubsd", "vmulss", "vmulsd", "vdivss", "vdivsd", "vminss", "vminsd", "vmaxss", "vmaxsd",
-        "vsqrtss", "vsqrtsd", "vrcpss", "vrsqrtss", "vroundss", "vroundsd", "vcmpss", "vcmpsd", "vcvtss2sd", "vcvtsd2ss",
-        "vmovss", "vmovsd", "vmovd", "vmovq", "vmovdqa", "vmovddup", "vmovhps", "vmovhpd", "vinsertps", "vpshufd", "vpunpckldq",
-        "vpunpckhdq", "vpunpcklqdq", "vpaddd", "vpaddq", "vpsubd", "vpsubq", "vpmulld", "vpmuludq", "vpminsd", "vpmaxsd", "vpminud",
-        "vpmaxud", "vpand", "vpandn", "vpor", "vpxor", "vpslld", "vpsllq", "vpsrld", "vpsrlq", "vpsrad", "vpcmpeqd", "vpcmpeqq",
-        "vpcmpgtd", "vpcmpgtq", "vpblendw", "vpackssdw", "vpacksswb", "vpmovmskb", "vpmovzxdq", "vpmovsxdq", "vpextrd"};
+        "vaddss",     "vaddsd",     "vsubss",      "vsubsd",    "vmulss",    "vmulsd",    "vdivss",    "vdivsd",
+        "vminss",     "vminsd",     "vmaxss",      "vmaxsd",    "vsqrtss",   "vsqrtsd",   "vrcpss",    "vrsqrtss",
+        "vroundss",   "vroundsd",   "vcmpss",      "vcmpsd",    "vcvtss2sd", "vcvtsd2ss", "vmovss",    "vmovsd",
+        "vmovd",      "vmovq",      "vmovdqa",     "vmovddup",  "vmovhps",   "vmovhpd",   "vinsertps", "vpshufd",
+        "vpunpckldq", "vpunpckhdq", "vpunpcklqdq", "vpaddd",    "vpaddq",    "vpsubd",    "vpsubq",    "vpmulld",
+        "vpmuludq",   "vpminsd",    "vpmaxsd",     "vpminud",   "vpmaxud",   "vpand",     "vpandn",    "vpor",
+        "vpxor",      "vpslld",     "vpsllq",      "vpsrld",    "vpsrlq",    "vpsrad",    "vpcmpeqd",  "vpcmpeqq",
+        "vpcmpgtd",   "vpcmpgtq",   "vpblendw",    "vpackssdw", "vpacksswb", "vpmovmskb", "vpmovzxdq", "vpmovsxdq",
+        "vpextrd"};
     static const std::set<std::string> general{"mov", "movsxd", "and", "or", "xor"};
     if (both.contains(i.mnemonic)) return true;
-    const bool wide = i.dst_bits == 256 || std::any_of(i.sources.begin(), i.sources.end(), [](const Operand& o) { return o.bits == 256; });
+    const bool wide = i.dst_bits == 256 ||
+                      std::any_of(i.sources.begin(), i.sources.end(), [](const Operand& o) { return o.bits == 256; });
     return (narrow.contains(i.mnemonic) && !wide) || general.contains(i.mnemonic);
 }
 
@@ -69,8 +75,8 @@ public:
     }
 
     void run() {
-        out_ << "\n    .p2align 5\n    .globl " << kernel_.symbol << "\n    .type " << kernel_.symbol << ", @function\n" << kernel_.symbol
-             << ":\n    .cfi_startproc\n";
+        out_ << "\n    .p2align 5\n    .globl " << kernel_.symbol << "\n    .type " << kernel_.symbol << ", @function\n"
+             << kernel_.symbol << ":\n    .cfi_startproc\n";
         if (framed_main_) open_frame();
         for (std::size_t k = 0; k < allocated_.saved.size(); ++k)
             line("vmovups " + slot(int(saves_at_ + k), 256) + ", ymm" + std::to_string(allocated_.saved[k]));
@@ -91,8 +97,10 @@ public:
             // A section inside another that set the frame up begins in that frame.
             const bool inherits = framed && !framed_main_;
             if (inherits) out_ << "    .cfi_def_cfa rbp, 16\n    .cfi_offset rbp, -16\n";
-            if (kernel_.sections[section].is_rare) rare_section(section);
-            else any_lane_section(section);
+            if (kernel_.sections[section].is_rare)
+                rare_section(section);
+            else
+                any_lane_section(section);
             if (inherits) out_ << "    .cfi_def_cfa rsp, 8\n    .cfi_restore rbp\n";
         }
         out_ << "    .cfi_endproc\n    .size " << kernel_.symbol << ", . - " << kernel_.symbol << "\n";
@@ -124,7 +132,8 @@ private:
     void plan_frame() {
         const auto align = [](std::int64_t n) { return (n + 63) / 64 * 64; };
         std::int64_t bytes = 0;
-        if (framed_main_) bytes = align(std::int64_t(allocated_.main_slots + int(allocated_.saved.size())) * slot_bytes);
+        if (framed_main_)
+            bytes = align(std::int64_t(allocated_.main_slots + int(allocated_.saved.size())) * slot_bytes);
         outline_at_ = bytes;
         bytes = align(bytes + std::int64_t(allocated_.outline_slots) * slot_bytes);
         for (const KernelSection& section : kernel_.sections) {
@@ -149,7 +158,8 @@ private:
         std::vector<int> result;
         if (kernel_.preserved != Preserved::upper_vectors_and_pointers) return result;
         for (int p = 8; p < vector_registers; ++p)
-            if (std::find(allocated_.saved.begin(), allocated_.saved.end(), p) == allocated_.saved.end()) result.push_back(p);
+            if (std::find(allocated_.saved.begin(), allocated_.saved.end(), p) == allocated_.saved.end())
+                result.push_back(p);
         return result;
     }
 
@@ -188,16 +198,19 @@ private:
 
     std::string memory(const Memory& m, int bits) const {
         const auto plus = [](std::int64_t offset) {
-            return offset == 0 ? std::string() : (offset > 0 ? " + " : " - ") + std::to_string(offset > 0 ? offset : -offset);
+            return offset == 0 ? std::string()
+                               : (offset > 0 ? " + " : " - ") + std::to_string(offset > 0 ? offset : -offset);
         };
         switch (m.base) {
         case Memory::Base::block: {
             const ConstBlock& block = blocks_.blocks.at(m.block);
-            if (m.index < 0 && (m.offset < 0 || m.offset + bits / 8 > block.size)) fail("a row is read outside " + block.symbol);
+            if (m.index < 0 && (m.offset < 0 || m.offset + bits / 8 > block.size))
+                fail("a row is read outside " + block.symbol);
             return size_name(bits) + ("[" + std::string(general_64[m.pointer])) +
                    (m.index < 0 ? "" : " + " + std::string(general_64[m.index])) + plus(m.offset) + "]";
         }
-        case Memory::Base::pool: return size_name(bits) + ("[rip + .Lpool_" + kernel_.symbol) + "_" + std::to_string(m.offset) + "]";
+        case Memory::Base::pool:
+            return size_name(bits) + ("[rip + .Lpool_" + kernel_.symbol) + "_" + std::to_string(m.offset) + "]";
         case Memory::Base::slots: return size_name(bits) + ("[rip + " + blocks_.blocks.at(m.block).symbol) + "_slot]";
         case Memory::Base::argument: {
             // The first word above the return address is 8 bytes above E, and 16 above rbp.
@@ -272,7 +285,8 @@ private:
 
     static bool uses_frame(const std::vector<Instruction>& code) {
         const auto outline = [](const Operand& o) {
-            return o.kind == Operand::Kind::memory && o.memory.base == Memory::Base::spill && o.memory.offset >= section_slots;
+            return o.kind == Operand::Kind::memory && o.memory.base == Memory::Base::spill &&
+                   o.memory.offset >= section_slots;
         };
         return std::any_of(code.begin(), code.end(), [&](const Instruction& i) {
             return i.kind != Instruction::Kind::plain || (i.is_store && outline(i.target)) ||
@@ -317,7 +331,8 @@ private:
         for (const StashArray& array : section.outputs) output_at.push_back(at), at += stash_bytes(array);
         for (const bool from_register : {true, false}) {
             for (std::size_t a = 0; a < section.inputs.size(); ++a) stash(places.inputs[a], input_at[a], from_register);
-            for (std::size_t a = 0; a < section.outputs.size(); ++a) stash(places.outputs[a], output_at[a], from_register);
+            for (std::size_t a = 0; a < section.outputs.size(); ++a)
+                stash(places.outputs[a], output_at[a], from_register);
         }
 
         static constexpr const char* kept[] = {"rbx", "r12", "rsi", "rdi"};
@@ -327,7 +342,8 @@ private:
         }
         const std::vector<int> vectors = unsaved();
         for (std::size_t k = 0; k < vectors.size(); ++k)
-            line("vmovups ymmword ptr [rsp + " + std::to_string(vectors_at_ + std::int64_t(k) * slot_bytes) + "], ymm" + std::to_string(vectors[k]));
+            line("vmovups ymmword ptr [rsp + " + std::to_string(vectors_at_ + std::int64_t(k) * slot_bytes) + "], ymm" +
+                 std::to_string(vectors[k]));
         line("mov r12d, " + condition, "rare mask");
         if (section.cut) line("and r12d, " + std::to_string(section.cut));
         line("xor ebx, ebx", "lane");
@@ -336,10 +352,12 @@ private:
         line("jnc " + label("next", s));
         if (kernel_.works_256) line("vzeroupper");
         static constexpr const char* parameters[] = {"rdi", "rsi", "rdx", "rcx"};
-        if (section.inputs.size() + section.outputs.size() > std::size(parameters)) fail("a rare routine takes four pointers at most");
+        if (section.inputs.size() + section.outputs.size() > std::size(parameters))
+            fail("a rare routine takes four pointers at most");
         int parameter = 0;
         const auto pass = [&](const StashArray& array, std::int64_t offset) {
-            line(std::string("lea ") + parameters[parameter++] + ", [rsp + rbx*" + std::to_string(array.element_bytes) + " + " + std::to_string(offset) + "]");
+            line(std::string("lea ") + parameters[parameter++] + ", [rsp + rbx*" + std::to_string(array.element_bytes) +
+                 " + " + std::to_string(offset) + "]");
         };
         for (std::size_t a = 0; a < section.inputs.size(); ++a) pass(section.inputs[a], input_at[a]);
         for (std::size_t a = 0; a < section.outputs.size(); ++a) pass(section.outputs[a], output_at[a]);
@@ -349,13 +367,15 @@ private:
         line("cmp ebx, 32");
         line("jne " + label("scan", s));
         for (std::size_t k = 0; k < vectors.size(); ++k)
-            line("vmovups ymm" + std::to_string(vectors[k]) + ", ymmword ptr [rsp + " + std::to_string(vectors_at_ + std::int64_t(k) * slot_bytes) + "]");
+            line("vmovups ymm" + std::to_string(vectors[k]) + ", ymmword ptr [rsp + " +
+                 std::to_string(vectors_at_ + std::int64_t(k) * slot_bytes) + "]");
         for (int k = 0; k < 4; ++k) {
             line(std::string("mov ") + kept[k] + ", qword ptr [rbp - " + std::to_string(104 + 8 * k) + "]");
             out_ << "    .cfi_restore " << kept[k] << "\n";
         }
         for (const bool to_register : {false, true})
-            for (std::size_t a = 0; a < section.outputs.size(); ++a) unstash(places.results[a], output_at[a], to_register);
+            for (std::size_t a = 0; a < section.outputs.size(); ++a)
+                unstash(places.results[a], output_at[a], to_register);
         if (opens) {
             out_ << "    .cfi_remember_state\n";
             close_frame();
@@ -377,7 +397,9 @@ private:
         framed_ = framed_main_;
     }
 
-    std::string stash_address(std::int64_t offset, int bits) const { return size_name(bits) + ("[rsp + " + std::to_string(offset)) + "]"; }
+    std::string stash_address(std::int64_t offset, int bits) const {
+        return size_name(bits) + ("[rsp + " + std::to_string(offset)) + "]";
+    }
 
     /// Registers first; what lies in memory then goes through ymm0, which by that time is free.
     void stash(const std::vector<Place>& parts, std::int64_t offset, bool from_register) {
@@ -397,8 +419,10 @@ private:
             if ((p.kind == Place::Kind::reg) == to_register) {
                 const std::string name = register_name(File::vector, to_register ? p.reg : 0, p.bits);
                 line("vmovups " + name + ", " + stash_address(offset, p.bits));
-                if (p.kind == Place::Kind::spill) line("vmovups " + slot(p.slot, p.bits) + ", " + name);
-                else if (!to_register) fail("a result has no place to return to");
+                if (p.kind == Place::Kind::spill)
+                    line("vmovups " + slot(p.slot, p.bits) + ", " + name);
+                else if (!to_register)
+                    fail("a result has no place to return to");
             }
             offset += p.bits / 8;
         }
@@ -409,7 +433,8 @@ private:
         out_ << "    .section .rodata\n";
         for (std::size_t k = 0; k < kernel_.pool.size(); ++k) {
             const PoolItem& item = kernel_.pool[k];
-            out_ << "    .balign " << item.bytes.size() << "    # " << item.comment << "\n.Lpool_" << kernel_.symbol << "_" << k << ":\n    .byte ";
+            out_ << "    .balign " << item.bytes.size() << "    # " << item.comment << "\n.Lpool_" << kernel_.symbol
+                 << "_" << k << ":\n    .byte ";
             for (std::size_t b = 0; b < item.bytes.size(); ++b) out_ << (b ? ", " : "") << int(item.bytes[b]);
             out_ << "\n";
         }

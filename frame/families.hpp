@@ -12,8 +12,8 @@ namespace tuvo {
 
 /// How far a family's results are from the exact ones. The accuracy test measures again and holds the family to it.
 struct Accuracy {
-    double ulp = 0;                       ///< largest error seen, in ulp of the result's type; 0 for exact families
-    std::vector<std::uint64_t> worst{};   ///< the arguments that gave it, as bit patterns
+    double ulp = 0;                      ///< largest error seen, in ulp of the result's type; 0 for exact families
+    std::vector<std::uint64_t> worst{};  ///< the arguments that gave it, as bit patterns
     /// Patterns of the first argument around which the test samples densely: thresholds of the method.
     std::vector<std::uint64_t> thresholds{};
 };

@@ -44,7 +44,8 @@ std::string pointer_table(const std::vector<std::string>& symbols) {
     std::ostringstream text;
     text << "    .section .data.rel.ro, \"aw\"\n    .balign 8\n";
     for (const std::string& symbol : symbols)
-        text << "    .hidden " << symbol << "_slot\n    .globl " << symbol << "_slot\n" << symbol << "_slot:\n    .quad " << symbol << "\n";
+        text << "    .hidden " << symbol << "_slot\n    .globl " << symbol << "_slot\n"
+             << symbol << "_slot:\n    .quad " << symbol << "\n";
     return text.str();
 }
 
@@ -86,7 +87,8 @@ int status() {
         std::cout << "  " << family.name() << "\n";
         ++built;
     }
-    std::cout << "missing:\n" << missing << built << " of " << families().size() << " families built, " << 6 * built << " of "
+    std::cout << "missing:\n"
+              << missing << built << " of " << families().size() << " families built, " << 6 * built << " of "
               << 6 * families().size() << " exports\n";
     return 0;
 }

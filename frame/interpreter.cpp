@@ -15,15 +15,15 @@ double double_of(std::uint64_t v) { return __builtin_bit_cast(double, v); }
 std::uint64_t bits_of(float v) { return __builtin_bit_cast(std::uint32_t, v); }
 std::uint64_t bits_of(double v) { return __builtin_bit_cast(std::uint64_t, v); }
 
-#define TUVO_SCALAR(OPCODE)                                             \
-    if (type == Type::f32) {                                            \
-        float x = float_of(a), y = float_of(b);                         \
-        __asm__(OPCODE "ss %1, %0" : "+x"(x) : "x"(y));                 \
-        return bits_of(x);                                              \
-    } else {                                                            \
-        double x = double_of(a), y = double_of(b);                      \
-        __asm__(OPCODE "sd %1, %0" : "+x"(x) : "x"(y));                 \
-        return bits_of(x);                                              \
+#define TUVO_SCALAR(OPCODE)                             \
+    if (type == Type::f32) {                            \
+        float x = float_of(a), y = float_of(b);         \
+        __asm__(OPCODE "ss %1, %0" : "+x"(x) : "x"(y)); \
+        return bits_of(x);                              \
+    } else {                                            \
+        double x = double_of(a), y = double_of(b);      \
+        __asm__(OPCODE "sd %1, %0" : "+x"(x) : "x"(y)); \
+        return bits_of(x);                              \
     }
 
 std::uint64_t float_arithmetic(Op op, Type type, std::uint64_t a, std::uint64_t b) {
@@ -34,9 +34,7 @@ std::uint64_t float_arithmetic(Op op, Type type, std::uint64_t a, std::uint64_t 
     case Op::div: TUVO_SCALAR("div")
     case Op::min: TUVO_SCALAR("min")
     case Op::max: TUVO_SCALAR("max")
-    case Op::sqrt:
-        b = a;
-        TUVO_SCALAR("sqrt")
+    case Op::sqrt: b = a; TUVO_SCALAR("sqrt")
     case Op::reciprocal: {
         float r, x = float_of(a);
         __asm__("rcpss %1, %0" : "=x"(r) : "x"(x));
@@ -58,11 +56,15 @@ std::uint64_t round_to_integral(Type type, std::uint64_t a, std::uint64_t immedi
         round(r, x);
         return bits_of(r);
     };
-#define TUVO_ROUND(IMM)                                                                                              \
-    case IMM:                                                                                                        \
-        if (type == Type::f32)                                                                                       \
-            return rounded(float_of(a), [](float& r, float x) { __asm__("roundss $" #IMM ", %1, %0" : "=x"(r) : "x"(x)); }); \
-        return rounded(double_of(a), [](double& r, double x) { __asm__("roundsd $" #IMM ", %1, %0" : "=x"(r) : "x"(x)); });
+#define TUVO_ROUND(IMM)                                                  \
+    case IMM:                                                            \
+        if (type == Type::f32)                                           \
+            return rounded(float_of(a), [](float& r, float x) {          \
+                __asm__("roundss $" #IMM ", %1, %0" : "=x"(r) : "x"(x)); \
+            });                                                          \
+        return rounded(double_of(a), [](double& r, double x) {           \
+            __asm__("roundsd $" #IMM ", %1, %0" : "=x"(r) : "x"(x));     \
+        });
     switch (immediate) {
         TUVO_ROUND(0)
         TUVO_ROUND(1)
@@ -104,12 +106,16 @@ std::uint64_t float_to_int(Op op, Type source, std::uint64_t a) {
     std::int32_t r;
     if (source == Type::f32) {
         const float x = float_of(a);
-        if (op == Op::float_to_int) __asm__("cvtss2si %1, %0" : "=r"(r) : "x"(x));
-        else __asm__("cvttss2si %1, %0" : "=r"(r) : "x"(x));
+        if (op == Op::float_to_int)
+            __asm__("cvtss2si %1, %0" : "=r"(r) : "x"(x));
+        else
+            __asm__("cvttss2si %1, %0" : "=r"(r) : "x"(x));
     } else {
         const double x = double_of(a);
-        if (op == Op::float_to_int) __asm__("cvtsd2si %1, %0" : "=r"(r) : "x"(x));
-        else __asm__("cvttsd2si %1, %0" : "=r"(r) : "x"(x));
+        if (op == Op::float_to_int)
+            __asm__("cvtsd2si %1, %0" : "=r"(r) : "x"(x));
+        else
+            __asm__("cvttsd2si %1, %0" : "=r"(r) : "x"(x));
     }
     return std::uint32_t(r);
 }
@@ -261,7 +267,8 @@ struct Interpreter {
         const auto collect_rare = [&](int up_to) {
             for (std::size_t k = 0; k < program.rare.size(); ++k) {
                 const RareTest& test = program.rare[k];
-                if (rare_done[k] || test.mask > up_to || !runs(test.section, runs) || !asked_throughout(test.section)) continue;
+                if (rare_done[k] || test.mask > up_to || !runs(test.section, runs) || !asked_throughout(test.section))
+                    continue;
                 rare_done[k] = true;
                 rare |= (values[test.mask] & sign_of(program.nodes[test.mask].type)) != 0;
             }
@@ -278,7 +285,8 @@ struct Interpreter {
                 } else {
                     collect_rare(int(k));
                     if (asked(s)) {
-                        if (!rare) throw std::logic_error(program.name + ": the repair finishes a lane that is not rare");
+                        if (!rare)
+                            throw std::logic_error(program.name + ": the repair finishes a lane that is not rare");
                         values[k] = values[node.args[1]];
                         rare = false;
                     }

@@ -98,7 +98,8 @@ private:
 
     std::vector<Instruction>& body() { return kernel_.sections[section_].body; }
 
-    int emit(const std::string& mnemonic, int bits, std::vector<Operand> sources, int immediate = -1, File file = File::vector) {
+    int emit(const std::string& mnemonic, int bits, std::vector<Operand> sources, int immediate = -1,
+             File file = File::vector) {
         Instruction i;
         i.mnemonic = mnemonic, i.dst = new_register(bits, file), i.dst_file = file, i.dst_bits = bits;
         i.sources = std::move(sources), i.immediate = immediate;
@@ -134,12 +135,14 @@ private:
         if (pointers_[block] < 0) {
             Memory memory;
             memory.base = Memory::Base::slots, memory.block = block;
-            pointers_[block] = rematerialized("mov", {mem(memory, 64)}, 64, File::general, blocks_.blocks[block].symbol);
+            pointers_[block] =
+                rematerialized("mov", {mem(memory, 64)}, 64, File::general, blocks_.blocks[block].symbol);
         }
         return pointers_[block];
     }
 
-    int rematerialized(const std::string& mnemonic, std::vector<Operand> sources, int bits, File file, std::string name) {
+    int rematerialized(const std::string& mnemonic, std::vector<Operand> sources, int bits, File file,
+                       std::string name) {
         Instruction load;
         load.mnemonic = mnemonic, load.dst_file = file, load.dst_bits = bits, load.comment = name;
         load.sources = std::move(sources);
@@ -188,7 +191,8 @@ private:
         } else {
             period = bytes_of(n.imm, type_size(n.type));
         }
-        const std::string what = (n.name.empty() ? "" : n.name + ": ") + (n.quad ? "four values" : describe_pattern(n.type, n.imm));
+        const std::string what =
+            (n.name.empty() ? "" : n.name + ": ") + (n.quad ? "four values" : describe_pattern(n.type, n.imm));
         return mem(pool_item(repeated(period, bits == 256 ? 32 : 16), what), bits);
     }
 
@@ -197,9 +201,14 @@ private:
         const auto key = std::pair(node, bits);
         if (const auto found = constant_registers_.find(key); found != constant_registers_.end()) return found->second;
         const Node& n = program_.nodes[node];
-        const std::string mnemonic = bits == 32 ? "vmovss" : bits == 64 ? "vmovsd" : is_integer(n.type) && bits == 128 ? "vmovdqa" : "vmovaps";
+        const std::string mnemonic = bits == 32                          ? "vmovss"
+                                     : bits == 64                        ? "vmovsd"
+                                     : is_integer(n.type) && bits == 128 ? "vmovdqa"
+                                                                         : "vmovaps";
         const int r = rematerialized(mnemonic, {constant_operand(node, bits)}, std::max(bits, 128), File::vector,
-                                     !n.name.empty() ? n.name : n.quad ? "four values" : describe_pattern(n.type, n.imm));
+                                     !n.name.empty() ? n.name
+                                     : n.quad        ? "four values"
+                                                     : describe_pattern(n.type, n.imm));
         return constant_registers_[key] = r;
     }
 
@@ -263,8 +272,10 @@ private:
     void set(int node, Shape shape, std::vector<int> registers) {
         for (int r : registers)
             if (!program_.nodes[node].name.empty()) kernel_.registers[r].name = program_.nodes[node].name;
-        if (shape == Shape::whole || !split(program_.nodes[node].type)) forms_[node].whole = std::move(registers);
-        else forms_[node].half = std::move(registers);
+        if (shape == Shape::whole || !split(program_.nodes[node].type))
+            forms_[node].whole = std::move(registers);
+        else
+            forms_[node].half = std::move(registers);
     }
 
     // Choosing forms.
@@ -331,8 +342,8 @@ private:
                     Memory memory;
                     memory.base = Memory::Base::argument, memory.offset = stack_offset;
                     stack_offset += whole_bits(type) / 8;
-                    raw.push_back(rematerialized("vmovups", {mem(memory, whole_bits(type))}, whole_bits(type), File::vector,
-                                                 "argument " + std::to_string(a)));
+                    raw.push_back(rematerialized("vmovups", {mem(memory, whole_bits(type))}, whole_bits(type),
+                                                 File::vector, "argument " + std::to_string(a)));
                     if (whole_bits(type) == 256) kernel_.works_256 = true;
                 }
             } else if (width_ == 1 && !tuvo::is_floating(lane)) {
@@ -367,8 +378,10 @@ private:
         const bool wide = lane_size(lane) == 8, floating = tuvo::is_floating(lane);
         const Operand source = reg(raw[0]);
         if (width_ == 1) {
-            if (!wide) raw[0] = emit("vpshufd", 128, {source}, 0);
-            else raw[0] = floating ? emit("vmovddup", 128, {source}) : emit("vpunpcklqdq", 128, {source, source});
+            if (!wide)
+                raw[0] = emit("vpshufd", 128, {source}, 0);
+            else
+                raw[0] = floating ? emit("vmovddup", 128, {source}) : emit("vpunpcklqdq", 128, {source, source});
         } else if (width_ == 2 && !wide) {
             raw[0] = floating ? emit("vmovddup", 128, {source}) : emit("vpunpcklqdq", 128, {source, source});
         } else if (width_ == 3) {
@@ -378,12 +391,13 @@ private:
             const std::uint64_t pattern = lane3_fill(family_, argument);
             std::memcpy(fill.data() + 3 * size, &pattern, size);
             const bool integer = !floating && bits == 128;
-            const int mask_register = rematerialized(integer ? "vmovdqa" : "vmovaps", {mem(pool_item(mask, "lane 3"), bits)}, bits,
-                                                     File::vector, "lane 3");
+            const int mask_register = rematerialized(
+                integer ? "vmovdqa" : "vmovaps", {mem(pool_item(mask, "lane 3"), bits)}, bits, File::vector, "lane 3");
             raw[0] = emit(integer ? "vpandn" : "vandnps", bits, {reg(mask_register), source});
             if (pattern != 0)
-                raw[0] = emit(integer ? "vpor" : "vorps", bits,
-                              {reg(raw[0]), mem(pool_item(fill, "fill of lane 3: " + describe_pattern(type, pattern)), bits)});
+                raw[0] = emit(
+                    integer ? "vpor" : "vorps", bits,
+                    {reg(raw[0]), mem(pool_item(fill, "fill of lane 3: " + describe_pattern(type, pattern)), bits)});
         }
     }
 
@@ -422,7 +436,7 @@ private:
 
     void lay_out_elementwise(int k) {
         const Node& n = program_.nodes[k];
-        const Shape shape = must_be_halves(n) ? Shape::half
+        const Shape shape = must_be_halves(n)     ? Shape::half
                             : n.op == Op::compare ? compare_shape(n)
                                                   : elementwise_shape(k);
         const int parts_count = count(n.type, shape);
@@ -507,7 +521,8 @@ private:
             return emit(name + suffix, vector_bits, {first(vector_bits)});
         }
         case Op::round:
-            if (scalar()) return emit(std::string("vround") + suffix, 128, {first(scalar_bits), first(scalar_bits)}, int(n.imm));
+            if (scalar())
+                return emit(std::string("vround") + suffix, 128, {first(scalar_bits), first(scalar_bits)}, int(n.imm));
             return emit(std::string("vround") + suffix, vector_bits, {first(vector_bits)}, int(n.imm));
         case Op::bit_and:
         case Op::bit_or:
@@ -515,8 +530,12 @@ private:
         case Op::and_not: {
             if (n.op != Op::and_not && constant_first) return swapped();
             const bool integer = vector_bits == 128 && integer_domain(n.args[0]) && integer_domain(n.args[1]);
-            const std::string name = n.op == Op::bit_and ? "and" : n.op == Op::bit_or ? "or" : n.op == Op::bit_xor ? "xor" : "andn";
-            return emit(integer ? "vp" + name : "v" + name + packed, vector_bits, {first(vector_bits), second(vector_bits)});
+            const std::string name = n.op == Op::bit_and   ? "and"
+                                     : n.op == Op::bit_or  ? "or"
+                                     : n.op == Op::bit_xor ? "xor"
+                                                           : "andn";
+            return emit(integer ? "vp" + name : "v" + name + packed, vector_bits,
+                        {first(vector_bits), second(vector_bits)});
         }
         case Op::shift_left: return shift("vpsll", n, shape, p);
         case Op::shift_right: return shift("vpsrl", n, shape, p);
@@ -542,7 +561,8 @@ private:
     }
 
     int shift(const char* name, const Node& n, Shape shape, int p) {
-        return emit(std::string(name) + (type_size(n.type) == 4 ? "d" : "q"), 128, {in_register(n.args[0], shape, p, 128)}, int(n.imm));
+        return emit(std::string(name) + (type_size(n.type) == 4 ? "d" : "q"), 128,
+                    {in_register(n.args[0], shape, p, 128)}, int(n.imm));
     }
 
     /// Whether a value comes from the integer side, so that bit operations on it stay there.
@@ -559,7 +579,9 @@ private:
         std::vector<int> result;
         Shape shape = Shape::whole;
         if (type_size(n.type) == 4 && type_size(from) == 4) {
-            const char* name = n.op == Op::int_to_float ? "vcvtdq2ps" : n.op == Op::float_to_int ? "vcvtps2dq" : "vcvttps2dq";
+            const char* name = n.op == Op::int_to_float   ? "vcvtdq2ps"
+                               : n.op == Op::float_to_int ? "vcvtps2dq"
+                                                          : "vcvttps2dq";
             shape = has(a, Shape::whole) || !wide_family() ? Shape::whole : Shape::half;
             for (int p = 0; p < count(n.type, shape); ++p)
                 result.push_back(emit(name, bits(n.type, shape), {any_operand(a, shape, p, bits(from, shape))}));
@@ -577,7 +599,8 @@ private:
             shape = Shape::half;
             for (int p = 0; p < whole_count(from); ++p) {
                 const Operand source = in_register(a, Shape::whole, p, whole_bits(from));
-                int r = scalar() && n.op == Op::narrow ? emit("vcvtsd2ss", 128, {source, source}) : emit(name, 128, {source});
+                int r = scalar() && n.op == Op::narrow ? emit("vcvtsd2ss", 128, {source, source})
+                                                       : emit(name, 128, {source});
                 if (width_ == 2) r = emit("vmovddup", 128, {reg(r)});  // the upper lanes hold copies, not zeros
                 result.push_back(r);
             }
@@ -606,7 +629,8 @@ private:
         case Op::mask_widen: {
             const int low = n.op == Op::join_words ? 1 : 0;
             for (int p = 0; p < half_count(n.type); ++p)
-                result.push_back(emit(p % 2 == 0 ? "vpunpckldq" : "vpunpckhdq", 128, {half(low, p / 2), half(0, p / 2)}));
+                result.push_back(
+                    emit(p % 2 == 0 ? "vpunpckldq" : "vpunpckhdq", 128, {half(low, p / 2), half(0, p / 2)}));
             break;
         }
         default: {
@@ -628,7 +652,8 @@ private:
         const char* name = n.op == Op::shift_left_each ? "vpsllq" : "vpsrlq";
         std::vector<int> result;
         for (int p = 0; p < half_count(n.type); ++p) {
-            const Operand value = in_register(n.args[0], Shape::half, p, 128), counts = in_register(n.args[1], Shape::half, p, 128);
+            const Operand value = in_register(n.args[0], Shape::half, p, 128),
+                          counts = in_register(n.args[1], Shape::half, p, 128);
             int r = emit(name, 128, {value, counts});
             if (!scalar()) {
                 const int upper = emit("vpshufd", 128, {counts}, 0xee);
@@ -735,10 +760,14 @@ private:
                     continue;
                 }
                 rows[lane] = emit("vmovups", 128, {mem(entries[first + lane], 128)});
-                if (whole) rows[lane] = emit("vinsertf128", 256, {reg(rows[lane], 256), mem(entries[first + lane + 4], 128)}, 1);
+                if (whole)
+                    rows[lane] =
+                        emit("vinsertf128", 256, {reg(rows[lane], 256), mem(entries[first + lane + 4], 128)}, 1);
             }
-            const int ab_low = emit("vunpcklps", width, {reg(rows[0]), reg(rows[1])}), ab_high = emit("vunpckhps", width, {reg(rows[0]), reg(rows[1])});
-            const int cd_low = emit("vunpcklps", width, {reg(rows[2]), reg(rows[3])}), cd_high = emit("vunpckhps", width, {reg(rows[2]), reg(rows[3])});
+            const int ab_low = emit("vunpcklps", width, {reg(rows[0]), reg(rows[1])}),
+                      ab_high = emit("vunpckhps", width, {reg(rows[0]), reg(rows[1])});
+            const int cd_low = emit("vunpcklps", width, {reg(rows[2]), reg(rows[3])}),
+                      cd_high = emit("vunpckhps", width, {reg(rows[2]), reg(rows[3])});
             values[0].push_back(emit("vunpcklpd", width, {reg(ab_low), reg(cd_low)}));
             values[1].push_back(emit("vunpckhpd", width, {reg(ab_low), reg(cd_low)}));
             values[2].push_back(emit("vunpcklpd", width, {reg(ab_high), reg(cd_high)}));
@@ -770,7 +799,9 @@ private:
                     }
                     rows[lane] = emit("vmovups", 128, {mem(shifted(entries[first + lane], field * 8), 128)});
                     if (whole)
-                        rows[lane] = emit("vinsertf128", 256, {reg(rows[lane], 256), mem(shifted(entries[first + lane + 2], field * 8), 128)}, 1);
+                        rows[lane] =
+                            emit("vinsertf128", 256,
+                                 {reg(rows[lane], 256), mem(shifted(entries[first + lane + 2], field * 8), 128)}, 1);
                 }
                 values[field].push_back(emit("vunpcklpd", width, {reg(rows[0]), reg(rows[1])}));
                 values[field + 1].push_back(emit("vunpckhpd", width, {reg(rows[0]), reg(rows[1])}));
@@ -803,8 +834,10 @@ private:
         std::vector<int> shorts;
         for (std::size_t p = 0; p < words.size(); p += 2)
             shorts.push_back(emit("vpackssdw", 128, {reg(words[p], 128), reg(words[p + 1], 128)}));
-        const int bytes = shorts.size() == 2 ? emit("vpacksswb", 128, {reg(shorts[0]), reg(shorts[1])})
-                                             : emit("vpacksswb", 128, {reg(shorts[0]), reg(rematerialized("vpxor", {}, 128, File::vector, "zero"))});
+        const int bytes =
+            shorts.size() == 2
+                ? emit("vpacksswb", 128, {reg(shorts[0]), reg(shorts[1])})
+                : emit("vpacksswb", 128, {reg(shorts[0]), reg(rematerialized("vpxor", {}, 128, File::vector, "zero"))});
         return move("vpmovmskb", reg(bytes));
     }
 
@@ -815,7 +848,8 @@ private:
         const char* suffix = type == Type::m32 ? "ps" : "pd";
         int all = parts(node, shape)[0];
         for (int p = 1; p < count(type, shape); ++p)
-            all = emit(std::string("vor") + suffix, bits(type, shape), {reg(all, bits(type, shape)), reg(parts(node, shape)[p], bits(type, shape))});
+            all = emit(std::string("vor") + suffix, bits(type, shape),
+                       {reg(all, bits(type, shape)), reg(parts(node, shape)[p], bits(type, shape))});
         return emit(std::string("vmovmsk") + suffix, 32, {reg(all, bits(type, shape))}, -1, File::general);
     }
 
@@ -850,7 +884,8 @@ private:
         for (int s = section; s != 0; s = program_.sections[s].parent) {
             const int own = program_.sections[s].mask;
             if (program_.nodes[own].type != program_.nodes[mask].type)
-                throw std::invalid_argument(program_.name + ": a rare test inside a section has another mask size than the section");
+                throw std::invalid_argument(program_.name +
+                                            ": a rare test inside a section has another mask size than the section");
             mask = combine_masks("and", mask, own);
         }
         return mask;
@@ -865,8 +900,10 @@ private:
         const bool integer = bits(type, shape) == 128 && integer_domain(a) && integer_domain(b);
         std::vector<int> result;
         for (int p = 0; p < count(type, shape); ++p)
-            result.push_back(emit(integer ? std::string("vp") + name : std::string("v") + name + (type == Type::m32 ? "ps" : "pd"), bits(type, shape),
-                                  {in_register(a, shape, p, bits(type, shape)), in_register(b, shape, p, bits(type, shape))}));
+            result.push_back(
+                emit(integer ? std::string("vp") + name : std::string("v") + name + (type == Type::m32 ? "ps" : "pd"),
+                     bits(type, shape),
+                     {in_register(a, shape, p, bits(type, shape)), in_register(b, shape, p, bits(type, shape))}));
         Node combined = program_.nodes[a];
         combined.name.clear();
         program_.nodes.push_back(combined);
@@ -894,7 +931,8 @@ private:
         }
         for (const RareTest& test : program_.rare)
             if (root(test.mask) == node) return true;
-        return std::any_of(program_.outputs.begin(), program_.outputs.end(), [&](int output) { return root(output) == node; });
+        return std::any_of(program_.outputs.begin(), program_.outputs.end(),
+                           [&](int output) { return root(output) == node; });
     }
 
     /// A register of its own for a value that is about to be replaced or pinned.
@@ -954,8 +992,9 @@ private:
             const int bits = whole_bits(type);
             const char* name = type_size(type) == 4 ? "vblendvps" : "vblendvpd";
             for (int p = 0; p < whole_count(type); ++p, ++next)
-                joins[next].after = emit(name, bits, {reg(joins[next].before, bits), any_operand(node, Shape::whole, p, bits),
-                                                      in_register(section.mask, Shape::whole, p, bits)});
+                joins[next].after = emit(name, bits,
+                                         {reg(joins[next].before, bits), any_operand(node, Shape::whole, p, bits),
+                                          in_register(section.mask, Shape::whole, p, bits)});
         }
         if (has_rare) joins[next].after = rare_lanes_of(s);
         Instruction end;
@@ -1018,8 +1057,9 @@ private:
 
     void finish() {
         if (program_.outputs.size() != family_.outputs().size())
-            throw std::invalid_argument(program_.name + ": the description yields " + std::to_string(program_.outputs.size()) +
-                                        " values, the operation " + std::to_string(family_.outputs().size()));
+            throw std::invalid_argument(program_.name + ": the description yields " +
+                                        std::to_string(program_.outputs.size()) + " values, the operation " +
+                                        std::to_string(family_.outputs().size()));
         std::vector<std::vector<int>> outputs;
         std::vector<int> taken;
         for (int node : program_.outputs) {
@@ -1036,18 +1076,18 @@ private:
         }
         const bool rare = program_.always_rare || !program_.rare.empty();
         if (rare != family_.has_rare)
-            throw std::invalid_argument(program_.name + (rare ? ": the description has a rare test, the operation table no rare path"
-                                                              : ": the operation table has a rare path, the description no rare test"));
+            throw std::invalid_argument(program_.name +
+                                        (rare ? ": the description has a rare test, the operation table no rare path"
+                                              : ": the operation table has a rare path, the description no rare test"));
         if (rare) outputs = lay_out_rare_path(outputs);
         lay_out_exit(outputs);
     }
 
-    bool is_argument(int r) const {
-        return kernel_.registers[r].fixed >= 0 || kernel_.registers[r].rematerialize >= 0;
-    }
+    bool is_argument(int r) const { return kernel_.registers[r].fixed >= 0 || kernel_.registers[r].rematerialize >= 0; }
 
     std::vector<std::vector<int>> lay_out_rare_path(const std::vector<std::vector<int>>& outputs) {
-        const int mask = program_.always_rare ? emit("mov", 32, {}, (1 << width_) - 1, File::general) : rare_lanes_of(0);
+        const int mask =
+            program_.always_rare ? emit("mov", 32, {}, (1 << width_) - 1, File::general) : rare_lanes_of(0);
         const int s = int(kernel_.sections.size());
         kernel_.sections.emplace_back();
         rare_lanes_.emplace_back();
@@ -1077,7 +1117,8 @@ private:
     /// The repair runs ahead of the scan: it patches the only output and takes its lanes out of the rare mask.
     void lay_out_repair(int t, int s, KernelSection& section) {
         const Section repair = program_.sections[t];
-        if (section.outputs.size() != 1) throw std::invalid_argument(program_.name + ": a repair needs a single output");
+        if (section.outputs.size() != 1)
+            throw std::invalid_argument(program_.name + ": a repair needs a single output");
         const int outer = section_;
         section_ = s;
         for (int k = 0; k < int(program_.nodes.size()); ++k)
@@ -1085,9 +1126,10 @@ private:
         const Type type = program_.nodes[repair.after[0]].type;
         const int bits = whole_bits(type);
         for (int p = 0; p < whole_count(type); ++p)
-            section.joins[p].after = emit(type_size(type) == 4 ? "vblendvps" : "vblendvpd", bits,
-                                          {reg(section.joins[p].before, bits), any_operand(repair.after[0], Shape::whole, p, bits),
-                                           in_register(repair.mask, Shape::whole, p, bits)});
+            section.joins[p].after =
+                emit(type_size(type) == 4 ? "vblendvps" : "vblendvpd", bits,
+                     {reg(section.joins[p].before, bits), any_operand(repair.after[0], Shape::whole, p, bits),
+                      in_register(repair.mask, Shape::whole, p, bits)});
         const int finished = join_mask(repair.mask);
         const int differing = emit("xor", 32, {reg(section.condition, 32), reg(finished, 32)}, -1, File::general);
         section.repaired_mask = emit("and", 32, {reg(differing, 32), reg(section.condition, 32)}, -1, File::general);
@@ -1095,7 +1137,8 @@ private:
         end.kind = Instruction::Kind::end;
         for (const Joined& j : section.joins) end.uses.push_back(j.after);
         end.uses.push_back(section.repaired_mask);
-        for (const StashArray& array : section.inputs) end.uses.insert(end.uses.end(), array.parts.begin(), array.parts.end());
+        for (const StashArray& array : section.inputs)
+            end.uses.insert(end.uses.end(), array.parts.begin(), array.parts.end());
         body().push_back(end);
         section_ = outer;
     }
@@ -1124,9 +1167,14 @@ private:
             pin(emit("mov", 64, {pointer}, -1, File::general), 0);
         } else if (width_ == 1 && results.size() == 2) {
             const bool wide = lane_size(results[0]) == 8, floating = tuvo::is_floating(results[0]);
-            const int packed = emit(!floating ? "vpunpckldq" : wide ? "vunpcklpd" : "vunpcklps", 128, {reg(outputs[0][0]), reg(outputs[1][0])});
-            if (floating) pin(packed, next++);
-            else pin(emit("vmovq", 64, {reg(packed)}, -1, File::general), 0);
+            const int packed = emit(!floating ? "vpunpckldq"
+                                    : wide    ? "vunpcklpd"
+                                              : "vunpcklps",
+                                    128, {reg(outputs[0][0]), reg(outputs[1][0])});
+            if (floating)
+                pin(packed, next++);
+            else
+                pin(emit("vmovq", 64, {reg(packed)}, -1, File::general), 0);
         } else if (width_ == 1 && !tuvo::is_floating(results[0])) {
             const bool wide = lane_size(results[0]) == 8;
             pin(emit(wide ? "vmovq" : "vmovd", wide ? 64 : 32, {reg(outputs[0][0])}, -1, File::general), 0);
@@ -1145,7 +1193,10 @@ private:
                 Memory target;
                 target.base = Memory::Base::out, target.offset = stored;
                 const int bits = std::min(kernel_.registers[r].bits, 8 * (bytes - int(stored)));
-                emit_store(bits == 32 ? "vmovss" : bits == 64 ? "vmovsd" : "vmovups", target, bits, r, std::max(bits, 128));
+                emit_store(bits == 32   ? "vmovss"
+                           : bits == 64 ? "vmovsd"
+                                        : "vmovups",
+                           target, bits, r, std::max(bits, 128));
                 stored += bits / 8;
             }
         }
@@ -1159,11 +1210,13 @@ Kernel lay_out(const Program& program, const BlockLayout& blocks, const Family& 
     std::vector<Type> expected;
     for (Lane lane : family.arguments) expected.push_back(type_of(lane));
     if (program.argument_types != expected)
-        throw std::invalid_argument(program.name + ": the description's arguments are not those of the operation table");
+        throw std::invalid_argument(program.name +
+                                    ": the description's arguments are not those of the operation table");
     const std::vector<Lane> lanes = family.outputs();
     for (std::size_t v = 0; v < program.outputs.size() && v < lanes.size(); ++v)
         if (program.nodes[program.outputs[v]].type != type_of(lanes[v]))
-            throw std::invalid_argument(program.name + ": output " + std::to_string(v) + " has another type than the operation table says");
+            throw std::invalid_argument(program.name + ": output " + std::to_string(v) +
+                                        " has another type than the operation table says");
     return Layout(program, blocks, family, width, std::move(symbol)).run();
 }
 

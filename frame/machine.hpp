@@ -32,18 +32,18 @@ struct Memory {
         spill,     ///< a spill slot; the offset is the slot's number
     };
     Base base = Base::none;
-    int block = 0;      ///< which block; also for `slots`
-    int pointer = -1;   ///< virtual register with the block's pointer
-    int index = -1;     ///< virtual general register added to the address
+    int block = 0;     ///< which block; also for `slots`
+    int pointer = -1;  ///< virtual register with the block's pointer
+    int index = -1;    ///< virtual general register added to the address
     std::int64_t offset = 0;
 };
 
 struct Operand {
     enum class Kind : std::uint8_t { reg, memory, fixed };
     Kind kind = Kind::reg;
-    int reg = -1;        ///< virtual register; physical after allocation
+    int reg = -1;  ///< virtual register; physical after allocation
     File file = File::vector;
-    int bits = 0;        ///< size of what is read
+    int bits = 0;  ///< size of what is read
     Memory memory;
     const char* fixed = nullptr;  ///< a register outside the allocator's reach: "edi"
 };
@@ -57,24 +57,24 @@ struct Instruction {
     };
     Kind kind = Kind::plain;
     std::string mnemonic;
-    int dst = -1;                   ///< virtual register written; physical after allocation
+    int dst = -1;  ///< virtual register written; physical after allocation
     File dst_file = File::vector;
     int dst_bits = 0;
-    Operand target;                 ///< of stores: where to; kind memory
+    Operand target;  ///< of stores: where to; kind memory
     bool is_store = false;
     std::vector<Operand> sources;
     int immediate = -1;
-    int section = -1;               ///< of branch and rare: index into Kernel::sections
-    std::vector<int> uses;          ///< of branch, rare and end: registers that must be alive
+    int section = -1;       ///< of branch and rare: index into Kernel::sections
+    std::vector<int> uses;  ///< of branch, rare and end: registers that must be alive
     std::string comment;
 };
 
 struct VirtualRegister {
     File file = File::vector;
     int bits = 128;
-    int fixed = -1;           ///< physical register at entry
-    int hint = -1;            ///< physical register where it is wanted
-    int rematerialize = -1;   ///< index into Kernel::constants: it is re-read from there, never spilled
+    int fixed = -1;          ///< physical register at entry
+    int hint = -1;           ///< physical register where it is wanted
+    int rematerialize = -1;  ///< index into Kernel::constants: it is re-read from there, never spilled
     std::string name;
 };
 
@@ -84,18 +84,18 @@ struct Joined {
 
 /// A value on the rare path's stash: its parts, lower lanes first.
 struct StashArray {
-    std::vector<int> parts;   ///< registers
+    std::vector<int> parts;  ///< registers
     int element_bytes = 4;
 };
 
 struct KernelSection {
     Section::Kind kind = Section::Kind::main;
-    bool is_rare = false;                ///< the rare path; its body is the repair, if any
-    int condition = -1;                  ///< general register tested on the way in
-    int cut = 0;                         ///< bits of it that count, 0 for all
+    bool is_rare = false;  ///< the rare path; its body is the repair, if any
+    int condition = -1;    ///< general register tested on the way in
+    int cut = 0;           ///< bits of it that count, 0 for all
     std::vector<Instruction> body;
-    std::vector<Joined> joins;           ///< values that the section replaces
-    int repaired_mask = -1;              ///< after the repair: the remaining rare lanes
+    std::vector<Joined> joins;  ///< values that the section replaces
+    int repaired_mask = -1;     ///< after the repair: the remaining rare lanes
     std::vector<StashArray> inputs, outputs;
 };
 
@@ -106,12 +106,12 @@ struct Kernel {
     Form form = Form::registers;
     Preserved preserved = Preserved::upper_vectors_and_pointers;
     std::vector<VirtualRegister> registers;
-    std::vector<Instruction> constants;      ///< loads by which registers are rematerialized
+    std::vector<Instruction> constants;  ///< loads by which registers are rematerialized
     std::vector<KernelSection> sections{KernelSection{}};
     std::vector<PoolItem> pool;
-    int result_registers = 0;                ///< vector registers that carry results, from 0 upward
+    int result_registers = 0;  ///< vector registers that carry results, from 0 upward
     bool returns_256 = false;
-    bool works_256 = false;                  ///< executes 256-bit instructions
+    bool works_256 = false;  ///< executes 256-bit instructions
 };
 
 /// Spreads a program over a width. `symbol` is the export's name.
@@ -126,8 +126,8 @@ enum class Policy : std::uint8_t {
 
 /// Reorders a body. Once `pressure` vector registers are alive, instructions that add to them wait. `cycles` is the
 /// length in a model of the first processors with AVX.
-std::vector<Instruction> schedule(const Kernel& kernel, const std::vector<Instruction>& body, Policy policy, int pressure,
-                                  int& cycles);
+std::vector<Instruction> schedule(const Kernel& kernel, const std::vector<Instruction>& body, Policy policy,
+                                  int pressure, int& cycles);
 
 /// A kernel's section after allocation: its registers are physical.
 struct AllocatedSection {
@@ -139,16 +139,16 @@ struct AllocatedSection {
 struct Place {
     enum class Kind : std::uint8_t { reg, spill, memory };
     Kind kind = Kind::reg;
-    int reg = -1;      ///< physical register
-    int slot = -1;     ///< spill slot
-    Memory memory;     ///< of stack arguments
+    int reg = -1;   ///< physical register
+    int slot = -1;  ///< spill slot
+    Memory memory;  ///< of stack arguments
     int bits = 128;
 };
 
 struct RarePlaces {
-    int condition = -1;                                    ///< physical general register with the rare mask
-    std::vector<std::vector<Place>> inputs, outputs;       ///< where they are found
-    std::vector<std::vector<Place>> results;               ///< where the outputs are wanted on the way back
+    int condition = -1;                               ///< physical general register with the rare mask
+    std::vector<std::vector<Place>> inputs, outputs;  ///< where they are found
+    std::vector<std::vector<Place>> results;          ///< where the outputs are wanted on the way back
 };
 
 /// Spill slots below this number belong to the main section, those from it on to out-of-line sections.
@@ -157,9 +157,9 @@ inline constexpr int section_slots = 1000;
 struct AllocatedKernel {
     std::vector<AllocatedSection> sections;
     int main_slots = 0, outline_slots = 0;
-    std::vector<int> saved;   ///< preserved vector registers that main or any-lane code writes
+    std::vector<int> saved;  ///< preserved vector registers that main or any-lane code writes
     RarePlaces rare;
-    int cost = 0;             ///< instructions that the allocation added to the main section
+    int cost = 0;  ///< instructions that the allocation added to the main section
 };
 
 /// Spill slots that fit under the stack pointer without moving it.
@@ -172,8 +172,8 @@ inline constexpr int vector_registers = 16, general_registers = 7;
 /// farthest next use first; constants and stack arguments are re-read instead.
 AllocatedKernel allocate(const Kernel& kernel, const std::vector<std::vector<Instruction>>& bodies, int vectors);
 
-/// Whether the kernel executes `vzeroupper` on its way out: it did 256-bit work and returns nothing in a whole register.
-/// That clears the upper halves of all registers, so in the register form ymm8 to ymm15 are saved at entry.
+/// Whether the kernel executes `vzeroupper` on its way out: it did 256-bit work and returns nothing in a whole
+/// register. That clears the upper halves of all registers, so in the register form ymm8 to ymm15 are saved at entry.
 bool clears_upper_halves(const Kernel& kernel);
 
 /// Schedules and allocates with several register budgets and keeps the cheapest.

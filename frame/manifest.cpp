@@ -29,20 +29,20 @@ std::string array(const std::vector<std::string>& items) { return '[' + join(ite
 
 std::string_view rounding_name(Rounding rounding) {
     switch (rounding) {
-        case Rounding::none: break;
-        case Rounding::rte: return "rte";
-        case Rounding::rtn: return "rtn";
-        case Rounding::rtp: return "rtp";
-        case Rounding::rtz: return "rtz";
+    case Rounding::none: break;
+    case Rounding::rte: return "rte";
+    case Rounding::rtn: return "rtn";
+    case Rounding::rtp: return "rtp";
+    case Rounding::rtz: return "rtz";
     }
     return "";
 }
 
 std::string_view saturation_name(Saturation saturation) {
     switch (saturation) {
-        case Saturation::none: break;
-        case Saturation::nosat: return "nosat";
-        case Saturation::sat: return "sat";
+    case Saturation::none: break;
+    case Saturation::nosat: return "nosat";
+    case Saturation::sat: return "sat";
     }
     return "";
 }
@@ -75,8 +75,7 @@ std::string json_values(const std::vector<Lane>& lanes, int width) {
 
 std::string json_out(const Family& family, int width) {
     if (!family.out) return "null";
-    return object({field("type", quoted(lane_name(*family.out))),
-                   field("lanes", std::to_string(physical_lanes(width))),
+    return object({field("type", quoted(lane_name(*family.out))), field("lanes", std::to_string(physical_lanes(width))),
                    field("bytes", std::to_string(out_bytes(family, width)))});
 }
 
@@ -114,12 +113,12 @@ std::string json_export(const Family& family, int width) {
 
 std::string_view llvm_scalar(Lane lane) {
     switch (lane) {
-        case Lane::f32: return "float";
-        case Lane::f64: return "double";
-        case Lane::i32:
-        case Lane::u32: return "i32";
-        case Lane::i64:
-        case Lane::u64: break;
+    case Lane::f32: return "float";
+    case Lane::f64: return "double";
+    case Lane::i32:
+    case Lane::u32: return "i32";
+    case Lane::i64:
+    case Lane::u64: break;
     }
     return "i64";
 }

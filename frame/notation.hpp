@@ -18,6 +18,8 @@
 
 namespace tuvo {
 
+// clang-format off: constrained templates on one line each read as a list
+
 /// Appends a node to the program being recorded; returns its index.
 int record(Op op, Type type, std::array<int, 3> args = {-1, -1, -1}, std::uint64_t imm = 0);
 Program& recording();
@@ -336,5 +338,7 @@ Description describe(R (*function)(A...)) {
                 }(std::index_sequence_for<A...>{});
             }};
 }
+
+// clang-format on
 
 }  // namespace tuvo

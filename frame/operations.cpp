@@ -101,13 +101,13 @@ struct Row {
 };
 
 constexpr Row conversion_from_floating(std::string_view operation, Slot target, Saturation saturation, Tiers block) {
-    return {operation, conversion_to(target), {D, no, {block}}, {D, no, {block}}, {}, Lane::f64, every_rounding,
-            saturation};
+    return {operation, conversion_to(target), {D, no, {block}}, {D, no, {block}}, {},
+            Lane::f64, every_rounding,        saturation};
 }
 
 constexpr Row conversion_to_floating(std::string_view operation, Slot source, Tiers float_block, Tiers double_block) {
-    return {operation, conversion_from(source), {D, no, {float_block}}, {D, no, {double_block}}, {}, Lane::f64,
-            every_rounding};
+    return {operation, conversion_from(source), {D, no, {float_block}}, {D, no, {double_block}}, {},
+            Lane::f64, every_rounding};
 }
 
 constexpr Row conversion_narrowing(Roundings roundings, Tiers block) {
@@ -126,6 +126,7 @@ constexpr auto nosat = Saturation::nosat;
 
 // Each column: tiers, tiers with a rare path, {tiers with a constant block, with a second one, with a third one}. The
 // second and third blocks hold tables of large-argument reduction and of the turn.
+// clang-format off
 constexpr Row table[] = {
     // operation  shape            float                        without type letter
     {"acos",      unary,          {DN, all, {all}},            {DN, all, {all}}},
@@ -234,41 +235,40 @@ constexpr Row table[] = {
     conversion_narrowing(rte_only, no),
     conversion_narrowing(directed, all),
 };
+// clang-format on
 
 constexpr std::string_view rounding_word(Rounding rounding) {
     switch (rounding) {
-        case Rounding::none: return "";
-        case Rounding::rte: return "rte";
-        case Rounding::rtn: return "rtn";
-        case Rounding::rtp: return "rtp";
-        case Rounding::rtz: return "rtz";
+    case Rounding::none: return "";
+    case Rounding::rte: return "rte";
+    case Rounding::rtn: return "rtn";
+    case Rounding::rtp: return "rtp";
+    case Rounding::rtz: return "rtz";
     }
     return "";
 }
 
 constexpr std::string_view saturation_word(Saturation saturation) {
     switch (saturation) {
-        case Saturation::none: return "";
-        case Saturation::nosat: return "nosat";
-        case Saturation::sat: return "sat";
+    case Saturation::none: return "";
+    case Saturation::nosat: return "nosat";
+    case Saturation::sat: return "sat";
     }
     return "";
 }
 
-constexpr int size_of(Lane lane) {
-    return lane == Lane::f64 || lane == Lane::i64 || lane == Lane::u64 ? 8 : 4;
-}
+constexpr int size_of(Lane lane) { return lane == Lane::f64 || lane == Lane::i64 || lane == Lane::u64 ? 8 : 4; }
 
 constexpr Lane lane_of(Slot slot, Lane element_lane) {
     switch (slot) {
-        case absent: break;
-        case element: return element_lane;
-        case element_bits: return size_of(element_lane) == 8 ? Lane::u64 : Lane::u32;
-        case f32: return Lane::f32;
-        case i32: return Lane::i32;
-        case u32: return Lane::u32;
-        case i64: return Lane::i64;
-        case u64: return Lane::u64;
+    case absent: break;
+    case element: return element_lane;
+    case element_bits: return size_of(element_lane) == 8 ? Lane::u64 : Lane::u32;
+    case f32: return Lane::f32;
+    case i32: return Lane::i32;
+    case u32: return Lane::u32;
+    case i64: return Lane::i64;
+    case u64: return Lane::u64;
     }
     throw std::logic_error("no lane in an absent slot");
 }
@@ -385,12 +385,12 @@ int lane_size(Lane lane) { return size_of(lane); }
 
 std::string_view lane_name(Lane lane) {
     switch (lane) {
-        case Lane::f32: return "float";
-        case Lane::f64: return "double";
-        case Lane::i32: return "int";
-        case Lane::u32: return "uint";
-        case Lane::i64: return "long";
-        case Lane::u64: return "ulong";
+    case Lane::f32: return "float";
+    case Lane::f64: return "double";
+    case Lane::i32: return "int";
+    case Lane::u32: return "uint";
+    case Lane::i64: return "long";
+    case Lane::u64: return "ulong";
     }
     throw std::logic_error("unknown lane type");
 }
@@ -399,10 +399,10 @@ bool is_floating(Lane lane) { return lane == Lane::f32 || lane == Lane::f64; }
 
 std::string_view tier_suffix(Tier tier) {
     switch (tier) {
-        case Tier::standard: return "";
-        case Tier::native: return "_native";
-        case Tier::half: return "_half";
-        case Tier::rm: return "_rm";
+    case Tier::standard: return "";
+    case Tier::native: return "_native";
+    case Tier::half: return "_half";
+    case Tier::rm: return "_rm";
     }
     throw std::logic_error("unknown tier");
 }
@@ -454,9 +454,7 @@ std::vector<int> part_bits(Lane lane, int width) {
     return std::vector<int>(static_cast<std::size_t>(part_count(lane, width)), fills_wide ? 256 : 128);
 }
 
-Form call_form(const Family& family, int width) {
-    return in_memory(family, width) ? Form::memory : Form::registers;
-}
+Form call_form(const Family& family, int width) { return in_memory(family, width) ? Form::memory : Form::registers; }
 
 Preserved preserved(const Family& family, int width) {
     if (call_form(family, width) == Form::memory) return Preserved::nothing_more;
@@ -472,9 +470,9 @@ int out_bytes(const Family& family, int width) {
 std::uint64_t lane3_fill(const Family& family, int argument) {
     const Fill& fill = index().fills.find(family.operation)->second;
     switch (family.arguments.at(static_cast<std::size_t>(argument))) {
-        case Lane::f32: return std::bit_cast<std::uint32_t>(static_cast<float>(fill.floating));
-        case Lane::f64: return std::bit_cast<std::uint64_t>(fill.floating);
-        default: return fill.integer;
+    case Lane::f32: return std::bit_cast<std::uint32_t>(static_cast<float>(fill.floating));
+    case Lane::f64: return std::bit_cast<std::uint64_t>(fill.floating);
+    default: return fill.integer;
     }
 }
 

@@ -49,17 +49,17 @@ enum class Preserved : std::uint8_t {
 };
 
 struct Family {
-    std::string stem;               ///< operation and type letter: "logf", "cvtfptoi32rtesatf", "idiv"
+    std::string stem;  ///< operation and type letter: "logf", "cvtfptoi32rtesatf", "idiv"
     Tier tier = Tier::standard;
-    std::string operation;          ///< "log", "cvtfptoi32rtesat", "idiv"
-    Lane element = Lane::f32;       ///< the type letter's lane; i32 or u32 for the integer divisions; the source lane
-                                    ///< of conversions from floating point, the target lane of those to it
-    std::vector<Lane> arguments;    ///< one to three vector arguments
-    std::vector<Lane> results;      ///< one or two values that are returned
-    std::optional<Lane> out;        ///< lane of the value stored through the out-pointer
-    bool has_rare = false;          ///< whether the kernels have a rare path
-    std::string rare_routine;       ///< "logf_rare"; empty without a rare path
-    int blocks = 0;                 ///< constant blocks, 0 to 3
+    std::string operation;        ///< "log", "cvtfptoi32rtesat", "idiv"
+    Lane element = Lane::f32;     ///< the type letter's lane; i32 or u32 for the integer divisions; the source lane
+                                  ///< of conversions from floating point, the target lane of those to it
+    std::vector<Lane> arguments;  ///< one to three vector arguments
+    std::vector<Lane> results;    ///< one or two values that are returned
+    std::optional<Lane> out;      ///< lane of the value stored through the out-pointer
+    bool has_rare = false;        ///< whether the kernels have a rare path
+    std::string rare_routine;     ///< "logf_rare"; empty without a rare path
+    int blocks = 0;               ///< constant blocks, 0 to 3
     Rounding rounding = Rounding::none;
     Saturation saturation = Saturation::none;
 

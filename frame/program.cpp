@@ -16,7 +16,9 @@ int current_block = InBlock::pool;
 struct Range {
     std::int64_t low = std::numeric_limits<std::int32_t>::min();
     std::int64_t high = std::numeric_limits<std::int32_t>::max();
-    bool fits() const { return low >= std::numeric_limits<std::int32_t>::min() && high <= std::numeric_limits<std::int32_t>::max(); }
+    bool fits() const {
+        return low >= std::numeric_limits<std::int32_t>::min() && high <= std::numeric_limits<std::int32_t>::max();
+    }
 };
 
 /// What can be proven about a 32-bit integer node, read as signed.
@@ -137,7 +139,8 @@ int record_not(int mask) {
 int table(RawTable data, const char* name) {
     Program& program = recording();
     if (current_block < 0 || current_block >= program.blocks)
-        throw std::invalid_argument(program.name + ": table " + name + " needs a constant block, and the family has none here");
+        throw std::invalid_argument(program.name + ": table " + name +
+                                    " needs a constant block, and the family has none here");
     program.tables.push_back({std::move(data), current_block, name});
     return int(program.tables.size()) - 1;
 }
@@ -152,7 +155,8 @@ int record_gather(int table, int index, std::int64_t bias, int count, Type type)
     if (table < 0 || table >= int(program.tables.size()))
         throw std::invalid_argument(program.name + ": gather from a table that the description doesn't have");
     if (type_size(type) != lane_size(program.tables[table].data.lane))
-        throw std::invalid_argument(program.name + ": gather reads table " + program.tables[table].name + " in another lane size");
+        throw std::invalid_argument(program.name + ": gather reads table " + program.tables[table].name +
+                                    " in another lane size");
     program.gathers.push_back({table, count, bias, 0, 0});
     return record(Op::gather, Type::none, {index, -1, -1}, program.gathers.size() - 1);
 }

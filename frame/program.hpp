@@ -26,30 +26,54 @@ enum class Op : std::uint8_t {
     constant,  ///< imm: pattern, or index into Program::quads for a row of four different values
     // Floating point and integer arithmetic. min and max return the second operand when the first is not smaller or
     // larger, as the processor does; the integer forms are signed, the u forms unsigned.
-    add, sub, mul, div, min, max, umin, umax, sqrt, reciprocal, reciprocal_sqrt,
-    round,  ///< imm: rounding immediate
+    add,
+    sub,
+    mul,
+    div,
+    min,
+    max,
+    umin,
+    umax,
+    sqrt,
+    reciprocal,
+    reciprocal_sqrt,
+    round,           ///< imm: rounding immediate
     multiply_words,  ///< i64: unsigned product of the low words
     // Bit operations; and_not is ~a & b. Shift counts are immediates, and_each shifts by a lane's own count.
-    bit_and, bit_or, bit_xor, and_not, shift_left, shift_right, shift_right_signed, shift_left_each, shift_right_each,
+    bit_and,
+    bit_or,
+    bit_xor,
+    and_not,
+    shift_left,
+    shift_right,
+    shift_right_signed,
+    shift_left_each,
+    shift_right_each,
     // Masks and selection.
     compare,  ///< floating point; imm: predicate immediate of the compare instruction
-    equal, greater,  ///< integers, signed
+    equal,
+    greater,  ///< integers, signed
     select,   ///< args: mask, value where set, value where clear
     bitcast,
     // Conversions.
-    int_to_float,       ///< i32 to f32 or f64
-    float_to_int,       ///< f32 or f64 to i32, in the current rounding mode
-    float_to_int_trunc, ///< the same, toward zero
-    widen, narrow,      ///< f32 to f64; f64 to f32
-    zero_extend, sign_extend, low_word, high_word,  ///< between 32-bit and 64-bit integer lanes
-    join_words,         ///< high word, low word
-    mask_widen, mask_narrow,
+    int_to_float,        ///< i32 to f32 or f64
+    float_to_int,        ///< f32 or f64 to i32, in the current rounding mode
+    float_to_int_trunc,  ///< the same, toward zero
+    widen,
+    narrow,  ///< f32 to f64; f64 to f32
+    zero_extend,
+    sign_extend,
+    low_word,
+    high_word,   ///< between 32-bit and 64-bit integer lanes
+    join_words,  ///< high word, low word
+    mask_widen,
+    mask_narrow,
     // Tables.
     lookup4,  ///< args: quad constant, i32 control; low two bits select
     gather,   ///< args: byte offset; imm: index into Program::gathers; yields no value itself
     element,  ///< args: gather; imm: which of the values it loaded
     // Control.
-    join,     ///< args: value before the section, value from it; imm: the section
+    join,  ///< args: value before the section, value from it; imm: the section
 };
 
 struct Node {
@@ -58,16 +82,16 @@ struct Node {
     std::array<int, 3> args{-1, -1, -1};
     std::uint64_t imm = 0;
     int section = 0;
-    int block = -1;    ///< of constants: the constant block, or -1 for the kernel's own pool
-    bool quad = false; ///< of constants: imm is an index into Program::quads
-    std::string name;  ///< for comments in the generated code
+    int block = -1;     ///< of constants: the constant block, or -1 for the kernel's own pool
+    bool quad = false;  ///< of constants: imm is an index into Program::quads
+    std::string name;   ///< for comments in the generated code
 };
 
 /// A load of `count` neighbouring values per lane from a table.
 struct Gather {
-    int table = 0;            ///< index into Program::tables
-    int count = 1;            ///< neighbouring values: 1, 2 or 4
-    std::int64_t bias = 0;    ///< byte offset that the index carries too much; folded into the displacement
+    int table = 0;                   ///< index into Program::tables
+    int count = 1;                   ///< neighbouring values: 1, 2 or 4
+    std::int64_t bias = 0;           ///< byte offset that the index carries too much; folded into the displacement
     std::int64_t low = 0, high = 0;  ///< range of the index as the program gives it, proven or claimed, in bytes
 };
 
@@ -82,10 +106,10 @@ struct Section {
     enum class Kind : std::uint8_t { main, any_lane, repair };
     Kind kind = Kind::main;
     int parent = 0;
-    int mask = -1;             ///< any_lane: lanes that need it. repair: lanes that it finishes
-    std::vector<int> before;   ///< values that the section replaces, in the parent
-    std::vector<int> after;    ///< their replacements, in the section
-    std::vector<int> joined;   ///< the joins in the parent
+    int mask = -1;            ///< any_lane: lanes that need it. repair: lanes that it finishes
+    std::vector<int> before;  ///< values that the section replaces, in the parent
+    std::vector<int> after;   ///< their replacements, in the section
+    std::vector<int> joined;  ///< the joins in the parent
 };
 
 /// A claim that a node's value lies in [low, high], as a signed integer; the interpreter checks it.
@@ -108,10 +132,10 @@ struct Program {
     std::vector<Gather> gathers;
     std::vector<TableUse> tables;
     std::vector<Claim> claims;
-    std::vector<int> outputs;   ///< results, then the out-value
+    std::vector<int> outputs;  ///< results, then the out-value
     std::vector<RareTest> rare;
-    bool always_rare = false;   ///< every lane goes to the rare routine; outputs are still defined
-    int blocks = 0;             ///< constant blocks of the family
+    bool always_rare = false;  ///< every lane goes to the rare routine; outputs are still defined
+    int blocks = 0;            ///< constant blocks of the family
 };
 
 Type type_of(Lane lane);

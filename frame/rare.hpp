@@ -18,14 +18,10 @@ enum class RareStatus : std::int32_t {
 };
 
 /// The float of a bit pattern.
-constexpr float f32(std::uint32_t pattern) {
-    return __builtin_bit_cast(float, pattern);
-}
+constexpr float f32(std::uint32_t pattern) { return __builtin_bit_cast(float, pattern); }
 
 /// The bit pattern of a float.
-constexpr std::uint32_t bits(float x) {
-    return __builtin_bit_cast(std::uint32_t, x);
-}
+constexpr std::uint32_t bits(float x) { return __builtin_bit_cast(std::uint32_t, x); }
 
 /// Never defined: a call in a constant expression stops the compiler.
 void decimal_differs_from_pattern();
@@ -37,17 +33,13 @@ consteval float f32(std::uint32_t pattern, float decimal) {
 }
 
 /// Biased exponent, 0 to 255: 0 for zero and subnormals, 255 for infinities and NaN.
-constexpr int exponent_field(float x) {
-    return static_cast<int>(bits(x) >> 23 & 0xff);
-}
+constexpr int exponent_field(float x) { return static_cast<int>(bits(x) >> 23 & 0xff); }
 
 inline constexpr int exponent_field_all_ones = 0xff;
 inline constexpr int exponent_bias = 127;
 
 /// x with its exponent field set to that of 1: the significand, in [1, 2), with the sign of x.
-constexpr float significand(float x) {
-    return f32((bits(x) & 0x807fffff) | 0x3f800000);
-}
+constexpr float significand(float x) { return f32((bits(x) & 0x807fffff) | 0x3f800000); }
 
 /// The same value, unknown to the compiler. Special results come from the real operation (0 / 0, -1 / 0), which sets
 /// the sticky exception flags; this keeps it from being folded or hoisted.

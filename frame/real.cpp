@@ -38,9 +38,7 @@ Real::Real(const Real& other) {
     mpfr_set(value_, other.value_, MPFR_RNDN);
 }
 
-Real::Real(Real&& other) : Real() {
-    mpfr_swap(value_, other.value_);
-}
+Real::Real(Real&& other) : Real() { mpfr_swap(value_, other.value_); }
 
 Real& Real::operator=(const Real& other) {
     mpfr_set(value_, other.value_, MPFR_RNDN);
@@ -52,9 +50,7 @@ Real& Real::operator=(Real&& other) {
     return *this;
 }
 
-Real::~Real() {
-    mpfr_clear(value_);
-}
+Real::~Real() { mpfr_clear(value_); }
 
 Real Real::from_pattern(Lane lane, std::uint64_t bits) {
     Real result;
@@ -77,13 +73,9 @@ std::uint64_t Real::to_pattern(Lane lane) const {
     }
 }
 
-float Real::to_float() const {
-    return mpfr_get_flt(value_, MPFR_RNDN);
-}
+float Real::to_float() const { return mpfr_get_flt(value_, MPFR_RNDN); }
 
-double Real::to_double() const {
-    return mpfr_get_d(value_, MPFR_RNDN);
-}
+double Real::to_double() const { return mpfr_get_d(value_, MPFR_RNDN); }
 
 Real Real::rounded_to_bits(int bits) const {
     Real result(*this);
@@ -100,29 +92,17 @@ Real Real::rounded_to_grid(int exponent) const {
     return result;
 }
 
-Real Real::operator-() const {
-    return apply(mpfr_neg, *this);
-}
+Real Real::operator-() const { return apply(mpfr_neg, *this); }
 
-Real operator+(const Real& a, const Real& b) {
-    return apply(mpfr_add, a, b);
-}
+Real operator+(const Real& a, const Real& b) { return apply(mpfr_add, a, b); }
 
-Real operator-(const Real& a, const Real& b) {
-    return apply(mpfr_sub, a, b);
-}
+Real operator-(const Real& a, const Real& b) { return apply(mpfr_sub, a, b); }
 
-Real operator*(const Real& a, const Real& b) {
-    return apply(mpfr_mul, a, b);
-}
+Real operator*(const Real& a, const Real& b) { return apply(mpfr_mul, a, b); }
 
-Real operator/(const Real& a, const Real& b) {
-    return apply(mpfr_div, a, b);
-}
+Real operator/(const Real& a, const Real& b) { return apply(mpfr_div, a, b); }
 
-bool operator==(const Real& a, const Real& b) {
-    return mpfr_equal_p(a.value_, b.value_) != 0;
-}
+bool operator==(const Real& a, const Real& b) { return mpfr_equal_p(a.value_, b.value_) != 0; }
 
 std::partial_ordering operator<=>(const Real& a, const Real& b) {
     if (a.is_nan() || b.is_nan()) return std::partial_ordering::unordered;
@@ -141,24 +121,14 @@ Real power_of_two(int exponent) {
     return result;
 }
 
-Real exp(const Real& x) {
-    return apply(mpfr_exp, x);
-}
+Real exp(const Real& x) { return apply(mpfr_exp, x); }
 
-Real log(const Real& x) {
-    return apply(mpfr_log, x);
-}
+Real log(const Real& x) { return apply(mpfr_log, x); }
 
-Real log2(const Real& x) {
-    return apply(mpfr_log2, x);
-}
+Real log2(const Real& x) { return apply(mpfr_log2, x); }
 
-Real log10(const Real& x) {
-    return apply(mpfr_log10, x);
-}
+Real log10(const Real& x) { return apply(mpfr_log10, x); }
 
-Real log1p(const Real& x) {
-    return apply(mpfr_log1p, x);
-}
+Real log1p(const Real& x) { return apply(mpfr_log1p, x); }
 
 }  // namespace tuvo

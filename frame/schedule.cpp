@@ -30,7 +30,8 @@ Cost cost_of(const Instruction& i) {
     if (is("vcvt")) return {Unit::add, 4};
     if (is("vblendv")) return {Unit::shuffle, 2};
     if (is("vinsertf128", "vextractf128")) return {Unit::shuffle, 3};
-    if (is("vunpck", "vshuf", "vpshuf", "vpunpck", "vpack", "vpermil", "vand", "vor", "vxor", "vinsertps", "vmovddup", "vpmov"))
+    if (is("vunpck", "vshuf", "vpshuf", "vpunpck", "vpack", "vpermil", "vand", "vor", "vxor", "vinsertps", "vmovddup",
+           "vpmov"))
         return {Unit::shuffle, is("vpmovmskb") ? 2 : 1};
     if (is("vmovmsk", "vpextr")) return {Unit::multiply, 3};
     if (is("vmovh")) return {Unit::shuffle, 6};
@@ -41,8 +42,8 @@ Cost cost_of(const Instruction& i) {
 
 }  // namespace
 
-std::vector<Instruction> schedule(const Kernel& kernel, const std::vector<Instruction>& body, Policy policy, int pressure,
-                                  int& cycles) {
+std::vector<Instruction> schedule(const Kernel& kernel, const std::vector<Instruction>& body, Policy policy,
+                                  int pressure, int& cycles) {
     const int n = int(body.size());
     std::vector<std::vector<std::pair<int, int>>> successors(n);  // (instruction, latency)
     std::vector<int> predecessors(n, 0);
@@ -91,11 +92,13 @@ std::vector<Instruction> schedule(const Kernel& kernel, const std::vector<Instru
 
     std::vector<int> height(n, 0);
     for (int k = n - 1; k >= 0; --k)
-        for (const auto& [to, latency] : successors[k]) height[k] = std::max(height[k], height[to] + std::max(latency, 1));
+        for (const auto& [to, latency] : successors[k])
+            height[k] = std::max(height[k], height[to] + std::max(latency, 1));
 
     std::array<int, 2> alive{0, 0};
     for (std::size_t r = 0; r < kernel.registers.size(); ++r)
-        if (kernel.registers[r].rematerialize < 0 && uses_left[r] > 0 && producer[r] < 0) ++alive[int(kernel.registers[r].file)];
+        if (kernel.registers[r].rematerialize < 0 && uses_left[r] > 0 && producer[r] < 0)
+            ++alive[int(kernel.registers[r].file)];
     const auto growth = [&](int k, File file) {
         int change = 0;
         for (int r : writes[k])
@@ -123,7 +126,8 @@ std::vector<Instruction> schedule(const Kernel& kernel, const std::vector<Instru
             const int grow = growth(candidate, File::vector), grow_general = growth(candidate, File::general);
             const Unit unit = cost_of(body[candidate]).unit;
             const bool waits = earliest[candidate] > now || (unit < Unit::integer && busy[int(unit)] >= now);
-            std::array<int, 4> key{tight_general ? -std::max(grow_general, 0) : 0, tight ? -std::max(grow, 0) : 0, 0, 0};
+            std::array<int, 4> key{tight_general ? -std::max(grow_general, 0) : 0, tight ? -std::max(grow, 0) : 0, 0,
+                                   0};
             switch (policy) {
             case Policy::longest_chain:
                 key[2] = waits ? -std::max(earliest[candidate] - now, 1) : 0;

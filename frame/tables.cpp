@@ -31,8 +31,7 @@ void write_entry(std::ostream& out, const RawTable& table, std::size_t first) {
         out << (field ? ", 0x" : "0x") << std::hex << std::setfill('0') << std::setw(wide ? 16 : 8)
             << table.patterns[first + field] << std::dec;
     out << "  #";
-    for (int field = 0; field < table.fields; ++field)
-        out << ' ' << decimal(table.lane, table.patterns[first + field]);
+    for (int field = 0; field < table.fields; ++field) out << ' ' << decimal(table.lane, table.patterns[first + field]);
     out << '\n';
 }
 
@@ -43,7 +42,8 @@ void write_rare_tables(std::ostream& out, const std::map<std::string, RawTable>&
     for (const auto& [symbol, table] : tables) {
         const std::size_t size = table.patterns.size() * lane_size(table.lane);
         out << "\n    .balign 64\n    .globl " << symbol << "\n    .hidden " << symbol << "\n    .type " << symbol
-            << ", @object\n    .size " << symbol << ", " << size << '\n' << symbol << ":\n";
+            << ", @object\n    .size " << symbol << ", " << size << '\n'
+            << symbol << ":\n";
         for (std::size_t first = 0; first < table.patterns.size(); first += table.fields)
             write_entry(out, table, first);
     }

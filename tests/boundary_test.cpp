@@ -49,7 +49,8 @@ TEST(Boundary, HoldsAtEveryAlignmentAndWithAnyIgnoredLanes) {
         const CallOptions plain{.stack_misalignment = 0, .pointer_misalignment = 0, .ignored = Ignored::zero};
         const auto expected = real_lanes(caller(arguments, plain), width);
         for (int k = 0; k < 64; ++k) {
-            const CallOptions options{.stack_misalignment = k, .pointer_misalignment = (5 * k + 1) % 64,
+            const CallOptions options{.stack_misalignment = k,
+                                      .pointer_misalignment = (5 * k + 1) % 64,
                                       .ignored = every_ignored[k % every_ignored.size()]};
             const CallResult& result = caller(arguments, options);
             ASSERT_EQ(result.violations, std::vector<std::string>{}) << "with stack and ignored lanes number " << k;

@@ -41,14 +41,18 @@ MachineState initial_state() {
 // Copies of a fixed size, which the compiler turns into single moves: these two dominate long runs.
 
 void store_lane(std::uint8_t* bytes, std::uint64_t pattern, int size) {
-    if (size == 8) std::memcpy(bytes, &pattern, 8);
-    else std::memcpy(bytes, &pattern, 4);
+    if (size == 8)
+        std::memcpy(bytes, &pattern, 8);
+    else
+        std::memcpy(bytes, &pattern, 4);
 }
 
 std::uint64_t load_lane(const std::uint8_t* bytes, int size) {
     std::uint64_t pattern = 0;
-    if (size == 8) std::memcpy(&pattern, bytes, 8);
-    else std::memcpy(&pattern, bytes, 4);
+    if (size == 8)
+        std::memcpy(&pattern, bytes, 8);
+    else
+        std::memcpy(&pattern, bytes, 4);
     return pattern;
 }
 
@@ -69,13 +73,13 @@ bool in_general_register(Lane lane, int width) { return width == 1 && !is_floati
 std::uint64_t ignored_pattern(Ignored ignored, Lane lane) {
     bool wide = lane_size(lane) == 8;
     switch (ignored) {
-        case Ignored::zero: return 0;
-        case Ignored::signalling_nan: return wide ? 0x7ff4000000000001u : 0x7fa00001u;
-        case Ignored::infinity: return wide ? 0x7ff0000000000000u : 0x7f800000u;
-        case Ignored::negative: return wide ? 0xbff8000000000000u : 0xbfc00000u;  // -1.5
-        case Ignored::huge: return wide ? 0x7fe0000000000001u : 0x7f000001u;
-        case Ignored::subnormal: return 1;
-        case Ignored::all_ones: return wide ? ~std::uint64_t{0} : 0xffffffffu;
+    case Ignored::zero: return 0;
+    case Ignored::signalling_nan: return wide ? 0x7ff4000000000001u : 0x7fa00001u;
+    case Ignored::infinity: return wide ? 0x7ff0000000000000u : 0x7f800000u;
+    case Ignored::negative: return wide ? 0xbff8000000000000u : 0xbfc00000u;  // -1.5
+    case Ignored::huge: return wide ? 0x7fe0000000000001u : 0x7f000001u;
+    case Ignored::subnormal: return 1;
+    case Ignored::all_ones: return wide ? ~std::uint64_t{0} : 0xffffffffu;
     }
     throw std::invalid_argument("unknown content of ignored lanes");
 }
@@ -93,8 +97,10 @@ Caller::Caller(const void* kernel, const Family& family, int width)
       after_{} {
     if (!kernel) throw std::invalid_argument("no kernel for " + short_name(family, width));
     for (Lane lane : family.results) {
-        if (memory_) buffer_.used += value_bytes(lane, width);
-        else if (part_bits(lane, width).front() == 256) returns_wide_ = true;
+        if (memory_)
+            buffer_.used += value_bytes(lane, width);
+        else if (part_bits(lane, width).front() == 256)
+            returns_wide_ = true;
     }
     out_target_.used = static_cast<std::size_t>(out_bytes(family, width));
     for (Lane lane : outputs_)

@@ -14,9 +14,8 @@ namespace tuvo {
 /// What lies in lanes that a kernel must ignore.
 enum class Ignored : std::uint8_t { zero, signalling_nan, infinity, negative, huge, subnormal, all_ones };
 /// Every one of them, for loops.
-inline constexpr std::array every_ignored{Ignored::zero,      Ignored::signalling_nan, Ignored::infinity,
-                                          Ignored::negative,  Ignored::huge,           Ignored::subnormal,
-                                          Ignored::all_ones};
+inline constexpr std::array every_ignored{Ignored::zero, Ignored::signalling_nan, Ignored::infinity, Ignored::negative,
+                                          Ignored::huge, Ignored::subnormal,      Ignored::all_ones};
 /// Its bit pattern in a floating-point lane; integer lanes take the pattern of the floating-point lane of their size.
 std::uint64_t ignored_pattern(Ignored ignored, Lane lane);
 
@@ -57,7 +56,7 @@ struct MachineState {
 
 /// One export, ready to be called many times: all buffers are kept between calls. Not to be shared between threads.
 class Caller {
-  public:
+public:
     /// `kernel` is the address of the export of `family` at `width`; the family must outlive the caller.
     Caller(const void* kernel, const Family& family, int width);
 
@@ -67,7 +66,7 @@ class Caller {
     const CallResult& operator()(std::span<const std::vector<std::uint64_t>> arguments,
                                  const CallOptions& options = {});
 
-  private:
+private:
     static constexpr std::size_t guard_bytes = 64;
     static constexpr std::size_t stack_bytes = 448;
     static constexpr std::size_t target_bytes = 256 + 3 * guard_bytes;

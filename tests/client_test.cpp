@@ -14,9 +14,9 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <nlohmann/json.hpp>
 
 namespace {
 
@@ -74,8 +74,10 @@ protected:
 
     /// Runs the client with these words. What `words` names with --library and --manifest takes precedence.
     Result client(const std::string& words) const {
-        const std::string command = "cd '" + folder.string() + "' && '" TUVO_CLIENT "' --library '" TUVO_LIBRARY
-                                    "' --manifest '" TUVO_MANIFEST "' " + words + " > stdout 2> stderr";
+        const std::string command = "cd '" + folder.string() +
+                                    "' && '" TUVO_CLIENT "' --library '" TUVO_LIBRARY "' --manifest '" TUVO_MANIFEST
+                                    "' " +
+                                    words + " > stdout 2> stderr";
         const int status = std::system(command.c_str());
         const int exit_status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
         return {exit_status, read_text(folder / "stdout"), read_text(folder / "stderr")};
@@ -118,8 +120,7 @@ double ulps(float computed, double exact) {
 std::string packed_program(const std::string& call, int width) {
     const std::string lanes = std::to_string(width);
     std::string body = "float v = x[i]; y[i] = " + call;
-    if (width > 1)
-        body = "float" + lanes + " v = vload" + lanes + "(i, x); vstore" + lanes + "(" + call + ", i, y)";
+    if (width > 1) body = "float" + lanes + " v = vload" + lanes + "(i, x); vstore" + lanes + "(" + call + ", i, y)";
     return "kernel void k(global const float* x, global float* y) { size_t i = get_global_id(0); " + body + "; }";
 }
 
@@ -164,7 +165,8 @@ TEST_F(Client, EveryLaneCrossesTheCallInItsPlace) {
             }
             const std::string type = "global " + vector_name(element, width) + "* ";
             const std::string name = wide ? "f64:" : "f32:";
-            const std::string program = "kernel void k(" + type + "x, " + type + "y, " + type + "z) {\n"
+            const std::string program = "kernel void k(" + type + "x, " + type + "y, " + type +
+                                        "z) {\n"
                                         "    *z = copysign(*x, *y) + 1000 * fabs(*y);\n}";
             const std::string room_words = " out:" + name + "-:" + std::to_string(room);
             std::vector<double> values =
@@ -187,10 +189,11 @@ TEST_F(Client, IntegerLanesCrossInVectorAndGeneralRegisters) {
 TEST_F(Client, OutPointersReachEveryAddressSpace) {
     REQUIRE_KERNEL("frexpf4");
     REQUIRE_KERNEL("modf1");
-    const std::string program = "kernel void k(float4 x, double y, local double* z, global float* out) {\n"
-                                "    int4 e; vstore4(frexp(x, &e), 0, out);\n"
-                                "    out[4] = e.x; out[5] = e.y; out[6] = e.z; out[7] = e.w;\n"
-                                "    out[8] = modf(y, z); out[9] = *z;\n}";
+    const std::string program =
+        "kernel void k(float4 x, double y, local double* z, global float* out) {\n"
+        "    int4 e; vstore4(frexp(x, &e), 0, out);\n"
+        "    out[4] = e.x; out[5] = e.y; out[6] = e.z; out[7] = e.w;\n"
+        "    out[8] = modf(y, z); out[9] = *z;\n}";
     const std::vector<double> expected{0.5, 0.75, -0.625, 0.5, 1, 2, 4, -1, 0.25, 6};
     EXPECT_EQ(printed(program, "--size 1 f32:1,3,-10,0.25 f64:6.25 local:f64:1 out:f32:-:10"), expected);
 }
@@ -200,10 +203,11 @@ TEST_F(Client, ConversionsKeepTheirRoundingAndSaturation) {
     REQUIRE_KERNEL("cvtfptoi32rtznosatf1");
     REQUIRE_KERNEL("cvtu32tofprtef1");
     REQUIRE_KERNEL("cvtfp64tofp32rtp1");
-    const std::string program = "kernel void k(float2 x, uint n, double d, global double* out) {\n"
-                                "    int2 i = convert_int2_sat_rtn(x); out[0] = i.x; out[1] = i.y;\n"
-                                "    out[2] = convert_int(x.x); out[3] = convert_float(n);\n"
-                                "    out[4] = convert_float_rtp(d);\n}";
+    const std::string program =
+        "kernel void k(float2 x, uint n, double d, global double* out) {\n"
+        "    int2 i = convert_int2_sat_rtn(x); out[0] = i.x; out[1] = i.y;\n"
+        "    out[2] = convert_int(x.x); out[3] = convert_float(n);\n"
+        "    out[4] = convert_float_rtp(d);\n}";
     const std::vector<double> expected{-3, 2147483647, -2, 4294967296, 1 + 0x1p-23};
     EXPECT_EQ(printed(program, "--size 1 f32:-2.5,1e20 u32:0xffffffff f64:1.00000001 out:f64:-:5"), expected);
 }
@@ -219,23 +223,24 @@ TEST_F(Client, ScalarsBesideVectorsStandForAllLanes) {
 TEST_F(Client, IntegerDivisionByZeroDoesNotTrap) {
     REQUIRE_KERNEL("idiv1");
     REQUIRE_KERNEL("urem4");
-    const std::vector<double> values =
-        printed("kernel void k(int n, int d, uint4 u, uint4 v, global int* out) {\n"
-                "    uint4 r = u % v; out[0] = n / d; out[1] = -17 / n; out[2] = r.x; out[3] = r.w;\n}",
-                "--size 1 i32:5 i32:0 u32:7,8,9,0xffffffff u32:4,0,5,10 out:i32:-:4");
+    const std::vector<double> values = printed(
+        "kernel void k(int n, int d, uint4 u, uint4 v, global int* out) {\n"
+        "    uint4 r = u % v; out[0] = n / d; out[1] = -17 / n; out[2] = r.x; out[3] = r.w;\n}",
+        "--size 1 i32:5 i32:0 u32:7,8,9,0xffffffff u32:4,0,5,10 out:i32:-:4");
     ASSERT_EQ(values.size(), 4u);
     EXPECT_EQ(std::vector<double>(values.begin() + 1, values.end()), (std::vector<double>{-3, 3, 5}));
 }
 
 /// Nothing of this calls the library.
 TEST_F(Client, PlainBuiltInsAreExpandedInPlace) {
-    const std::string program = "kernel void k(char4 c, uint u, float f, global float* out) {\n"
-                                "    size_t i = get_global_id(0); barrier(CLK_LOCAL_MEM_FENCE);\n"
-                                "    out += 8 * (i + get_local_id(0) + get_global_id(1));\n"
-                                "    vstore4(convert_float4(c), 0, out);\n"
-                                "    out[4] = get_global_size(0); out[5] = convert_short(u);\n"
-                                "    out[6] = min(f, 2.0f) + max(u, 4000000000u) + clamp(c, (char)-1, (char)1).x;\n"
-                                "    out[7] = mad(f, 2.0f, 1.0f);\n}";
+    const std::string program =
+        "kernel void k(char4 c, uint u, float f, global float* out) {\n"
+        "    size_t i = get_global_id(0); barrier(CLK_LOCAL_MEM_FENCE);\n"
+        "    out += 8 * (i + get_local_id(0) + get_global_id(1));\n"
+        "    vstore4(convert_float4(c), 0, out);\n"
+        "    out[4] = get_global_size(0); out[5] = convert_short(u);\n"
+        "    out[6] = min(f, 2.0f) + max(u, 4000000000u) + clamp(c, (char)-1, (char)1).x;\n"
+        "    out[7] = mad(f, 2.0f, 1.0f);\n}";
     const std::vector<double> row{-3, 2, 127, -128, 2, -1, 4000000000.0, 7};
     std::vector<double> expected = row;
     expected.insert(expected.end(), row.begin(), row.end());
@@ -247,11 +252,13 @@ TEST_F(Client, CodeForNewerProcessorsCallsTheSameWay) {
     if (!__builtin_cpu_supports("avx512f")) GTEST_SKIP() << "this processor has no AVX-512";
     REQUIRE_KERNEL("fabsf16");
     REQUIRE_KERNEL("copysign16");
-    const std::string program = "kernel void k(float16 x, double16 y, global double16* z) {\n"
-                                "    float16 a = fabs(x);\n"
-                                "    *z = copysign((double16)(a.s0, a.s7, a.s8, a.sf, y.lo, y.hi.hi), y);\n}";
-    const std::string words = "--size 1 f32:-1,2,-3,4,-5,6,-7,8,-9,10,-11,12,-13,14,-15,16 "
-                              "f64:1,-1,-2,3,4,-5,-6,7,8,9,-10,11,-12,-13,14,-15 out:f64:-:16";
+    const std::string program =
+        "kernel void k(float16 x, double16 y, global double16* z) {\n"
+        "    float16 a = fabs(x);\n"
+        "    *z = copysign((double16)(a.s0, a.s7, a.s8, a.sf, y.lo, y.hi.hi), y);\n}";
+    const std::string words =
+        "--size 1 f32:-1,2,-3,4,-5,6,-7,8,-9,10,-11,12,-13,14,-15,16 "
+        "f64:1,-1,-2,3,4,-5,-6,7,8,9,-10,11,-12,-13,14,-15 out:f64:-:16";
     const std::vector<double> expected{1, -8, -9, 16, 1, -1, -2, 3, 4, 5, -6, 7, -12, -13, 14, -15};
     EXPECT_EQ(printed(program, words), expected);
     EXPECT_EQ(printed(program, words + " --features +avx512f,+avx512vl,+avx2,+fma"), expected);
@@ -259,8 +266,9 @@ TEST_F(Client, CodeForNewerProcessorsCallsTheSameWay) {
 
 TEST_F(Client, TiersBindToTheirOwnKernels) {
     REQUIRE_KERNEL("logf8_rm");
-    write_text(folder / "p.cl", "kernel void k(global float8* x) {\n"
-                                "    x[0] = log(x[0]) + native_log(x[0]) + half_log(x[0]) + log1p(x[0]);\n}");
+    write_text(folder / "p.cl",
+               "kernel void k(global float8* x) {\n"
+               "    x[0] = log(x[0]) + native_log(x[0]) + half_log(x[0]) + log1p(x[0]);\n}");
     auto called = [&](const std::string& words, const std::string& kernel) {
         const Result result = client("ir p.cl " + words);
         EXPECT_EQ(result.status, 0) << result.err;
@@ -281,9 +289,10 @@ TEST_F(Client, UnfitProgramsAreRejectedBeforeAnythingRuns) {
     write_text(folder / "syntax.cl", "kernel void k(global float* x) { x[0] = ; }\n");
     expect_rejected("run syntax.cl k --size 1 out:f32:y:1", "syntax.cl:1:41: error: expected expression");
 
-    write_text(folder / "missing.cl", "kernel void k(global float4* x) {\n"
-                                      "    x[0] = -x[0];\n"
-                                      "    x[1].x = dot(x[0], x[0]);\n}\n");
+    write_text(folder / "missing.cl",
+               "kernel void k(global float4* x) {\n"
+               "    x[0] = -x[0];\n"
+               "    x[1].x = dot(x[0], x[0]);\n}\n");
     expect_rejected("run missing.cl k --size 1 out:f32:y:8",
                     "\nmissing.cl:3:14: error: the library has no kernel for the built-in 'dot(float4)'");
     expect_rejected("ir missing.cl", "'dot(float4)'");

@@ -12,9 +12,7 @@
 namespace tuvo {
 namespace {
 
-Real f32(std::uint64_t pattern) {
-    return Real::from_pattern(Lane::f32, pattern);
-}
+Real f32(std::uint64_t pattern) { return Real::from_pattern(Lane::f32, pattern); }
 
 std::vector<std::uint64_t> entry(const RawTable& table, int index) {
     const auto first = table.patterns.begin() + index * table.fields;
@@ -108,10 +106,22 @@ struct RoutineTable {
 };
 
 const RoutineTable routine_tables[] = {
-    {"logf_table", log, 0x3f800000, 128, 18, 0x3f317200, -126,
+    {"logf_table",
+     log,
+     0x3f800000,
+     128,
+     18,
+     0x3f317200,
+     -126,
      {{0, {0x3f800000, 0, 0}}, {1, {0x3f7c0000, 0x3c810000, 0x35acb127}}, {64, {0x3f000000, 0x3f317200, 0x35bfbe8e}}}},
     {"log1pf_table", log, 0x3f800000, 128, 18, 0x3f317200, -126, {}},
-    {"log2f_table", log2, 0x43b8aa40, 1024, 16, 0x3f800000, -149,
+    {"log2f_table",
+     log2,
+     0x43b8aa40,
+     1024,
+     16,
+     0x3f800000,
+     -149,
      {{0, {0x43b8aa40, 0, 0}}, {64, {0x4338aa40, 0x3f800000, 0}}}},
     {"log10f_table", log10, 0x42de5c00, 128, 17, 0x3e9a0000, -149, {{0, {0x42de5c00, 0, 0}}}},
 };

@@ -28,9 +28,7 @@ extern const std::uint32_t log10f_table[65][3];
 
 namespace tuvo {
 
-static void PrintTo(RareStatus status, std::ostream* out) {
-    *out << "status " << static_cast<int>(status);
-}
+static void PrintTo(RareStatus status, std::ostream* out) { *out << "status " << static_cast<int>(status); }
 
 namespace {
 
@@ -99,9 +97,9 @@ std::vector<std::uint32_t> inputs() {
 
 TEST(FloatLogarithmsRare, LinkedTablesAreTheComputedOnes) {
     const std::pair<const char*, const std::uint32_t(*)[3]> linked[] = {{"logf_table", logf_table},
-                                                                       {"log1pf_table", log1pf_table},
-                                                                       {"log2f_table", log2f_table},
-                                                                       {"log10f_table", log10f_table}};
+                                                                        {"log1pf_table", log1pf_table},
+                                                                        {"log2f_table", log2f_table},
+                                                                        {"log10f_table", log10f_table}};
     for (const auto& [symbol, data] : linked) {
         const RawTable& table = rare_tables().at(symbol);
         EXPECT_EQ(reinterpret_cast<std::uintptr_t>(data) % 64, 0u) << symbol;

@@ -34,9 +34,12 @@ std::vector<LaneCase> lane_cases(const DescribedFamily& described, std::uint64_t
         const bool moderate = k >= telling && k % 4 == 0, beside = k % 4 == 1;
         for (std::size_t a = 0; a < lanes.size(); ++a) {
             const std::uint64_t drawn = patterns[a][a == 0 && k < telling ? k : random() % patterns[a].size()];
-            if (moderate) arguments.push_back(moderate_pattern(lanes[a], random));
-            else if (beside && a > 0 && lanes[a] == lanes[0]) arguments.push_back(arguments[0] ^ (random() & 3));
-            else arguments.push_back(drawn);
+            if (moderate)
+                arguments.push_back(moderate_pattern(lanes[a], random));
+            else if (beside && a > 0 && lanes[a] == lanes[0])
+                arguments.push_back(arguments[0] ^ (random() & 3));
+            else
+                arguments.push_back(drawn);
         }
         cases[k].expected = interpret(program, arguments);
     }

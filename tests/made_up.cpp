@@ -25,21 +25,24 @@ std::string rare_routine(const Family& family) {
     text << "    .text\n" << family.rare_routine << ":\n";
     const int inputs = int(family.arguments.size());
     // The first input's word may be narrower than an output: its sign-extended complement serves.
-    text << (lane_size(family.arguments[0]) == 4 ? "    movsxd rax, dword ptr [rdi]\n" : "    mov rax, qword ptr [rdi]\n") << "    not rax\n";
+    text << (lane_size(family.arguments[0]) == 4 ? "    movsxd rax, dword ptr [rdi]\n"
+                                                 : "    mov rax, qword ptr [rdi]\n")
+         << "    not rax\n";
     const std::vector<Lane> outputs = family.outputs();
     for (std::size_t v = 0; v < outputs.size(); ++v)
-        text << "    mov " << (lane_size(outputs[v]) == 4 ? "dword ptr [" : "qword ptr [") << parameters[inputs + int(v)]
-             << (lane_size(outputs[v]) == 4 ? "], eax\n" : "], rax\n");
+        text << "    mov " << (lane_size(outputs[v]) == 4 ? "dword ptr [" : "qword ptr [")
+             << parameters[inputs + int(v)] << (lane_size(outputs[v]) == 4 ? "], eax\n" : "], rax\n");
     for (int k = 0; k < 16; ++k) text << "    pcmpeqd xmm" << k << ", xmm" << k << "\n";
-    for (const char* r : {"rax", "rcx", "rdx", "rsi", "rdi", "r8", "r9", "r10", "r11"}) text << "    mov " << r << ", -3\n";
+    for (const char* r : {"rax", "rcx", "rdx", "rsi", "rdi", "r8", "r9", "r10", "r11"})
+        text << "    mov " << r << ", -3\n";
     text << "    ret\n";
     return text.str();
 }
 
 }  // namespace
 
-MadeUp make_up(std::string name, std::vector<Lane> arguments, std::vector<Lane> results, std::optional<Lane> out, bool rare,
-               int blocks, const Description& description) {
+MadeUp make_up(std::string name, std::vector<Lane> arguments, std::vector<Lane> results, std::optional<Lane> out,
+               bool rare, int blocks, const Description& description) {
     MadeUp made_up;
     Family& family = made_up.family;
     family.stem = name;
@@ -64,7 +67,8 @@ MadeUpLibrary::MadeUpLibrary(const std::vector<const MadeUp*>& families) {
     for (const MadeUp* made_up : families) {
         const BlockLayout blocks = lay_out_blocks(made_up->program, made_up->family.name());
         for (int width : widths) {
-            const Kernel kernel = lay_out(made_up->program, blocks, made_up->family, width, export_name(made_up->family, width));
+            const Kernel kernel =
+                lay_out(made_up->program, blocks, made_up->family, width, export_name(made_up->family, width));
             emit(text, kernel, compile(kernel), blocks);
         }
         if (made_up->family.has_rare) text << rare_routine(made_up->family);
@@ -77,7 +81,8 @@ MadeUpLibrary::MadeUpLibrary(const std::vector<const MadeUp*>& families) {
     text_ = text.str();
     const std::filesystem::path source = folder_ / "made_up.s", object = folder_ / "made_up.so";
     std::ofstream(source) << text_;
-    const std::string command = std::string(TUVO_CXX) + " -shared -nostdlib " + source.string() + " -o " + object.string();
+    const std::string command =
+        std::string(TUVO_CXX) + " -shared -nostdlib " + source.string() + " -o " + object.string();
     if (std::system(command.c_str()) != 0) throw std::runtime_error("assembling made-up kernels failed: " + command);
     handle_ = dlopen(object.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (!handle_) throw std::runtime_error(dlerror());
@@ -99,11 +104,13 @@ std::uint64_t draw_pattern(Lane lane, std::mt19937_64& random) {
     const std::uint64_t raw = random();
     const bool wide = lane_size(lane) == 8;
     const auto cut = [&](std::uint64_t pattern) { return wide ? pattern : std::uint32_t(pattern); };
-    if (!is_floating(lane)) return raw % 3 == 0 ? cut(raw >> 8) : cut(std::uint64_t(std::int64_t(raw >> 8) % 200 - 100));
+    if (!is_floating(lane))
+        return raw % 3 == 0 ? cut(raw >> 8) : cut(std::uint64_t(std::int64_t(raw >> 8) % 200 - 100));
     switch (raw % 8) {
     case 0: return cut(raw >> 3);
     case 1: {
-        static constexpr double special[] = {0.0, -0.0, 1.0, -1.0, 0.5, 2.0, __builtin_inf(), -__builtin_inf(), __builtin_nan("")};
+        static constexpr double special[] = {
+            0.0, -0.0, 1.0, -1.0, 0.5, 2.0, __builtin_inf(), -__builtin_inf(), __builtin_nan("")};
         const double value = special[(raw >> 8) % std::size(special)];
         return wide ? __builtin_bit_cast(std::uint64_t, value) : __builtin_bit_cast(std::uint32_t, float(value));
     }
@@ -127,12 +134,14 @@ std::vector<std::string> compare_with_interpreter(const MadeUp& made_up, const M
     for (int width : widths) {
         Caller caller(library.kernel(made_up, width), family, width);
         for (int k = 0; k < calls && faults.size() < 5; ++k) {
-            std::vector<std::vector<std::uint64_t>> arguments(family.arguments.size(), std::vector<std::uint64_t>(std::size_t(width)));
+            std::vector<std::vector<std::uint64_t>> arguments(family.arguments.size(),
+                                                              std::vector<std::uint64_t>(std::size_t(width)));
             // Most calls mix everything; some hold one kind of lane, so that branches are not always taken.
             const bool uniform = k % 3 == 0;
             for (std::size_t a = 0; a < arguments.size(); ++a)
                 for (std::size_t lane = 0; lane < arguments[a].size(); ++lane)
-                    arguments[a][lane] = uniform && lane > 0 ? arguments[a][0] : draw_pattern(family.arguments[a], random);
+                    arguments[a][lane] =
+                        uniform && lane > 0 ? arguments[a][0] : draw_pattern(family.arguments[a], random);
             CallOptions options;
             options.stack_misalignment = int(random() % 64);
             options.ignored = every_ignored[random() % every_ignored.size()];
@@ -149,14 +158,16 @@ std::vector<std::string> compare_with_interpreter(const MadeUp& made_up, const M
                 if (expected.rare)
                     for (std::size_t v = 0; v < outputs.size(); ++v) {
                         const std::uint64_t first = lane_size(family.arguments[0]) == 4
-                                                        ? std::uint64_t(std::int64_t(std::int32_t(lane_arguments[0]))) : lane_arguments[0];
+                                                        ? std::uint64_t(std::int64_t(std::int32_t(lane_arguments[0])))
+                                                        : lane_arguments[0];
                         expected.outputs[v] = complement(first, outputs[v]);
                     }
                 for (std::size_t v = 0; v < outputs.size(); ++v) {
                     if (result.outputs[v][std::size_t(lane)] == expected.outputs[v]) continue;
                     std::ostringstream fault;
-                    fault << where << ", lane " << lane << ", output " << v << (expected.rare ? " (rare)" : "") << std::hex << ": got 0x"
-                          << result.outputs[v][std::size_t(lane)] << ", expected 0x" << expected.outputs[v] << " for";
+                    fault << where << ", lane " << lane << ", output " << v << (expected.rare ? " (rare)" : "")
+                          << std::hex << ": got 0x" << result.outputs[v][std::size_t(lane)] << ", expected 0x"
+                          << expected.outputs[v] << " for";
                     for (std::uint64_t argument : lane_arguments) fault << " 0x" << argument;
                     faults.push_back(fault.str());
                 }

@@ -20,8 +20,8 @@ struct MadeUp {
 
 /// `name` must be unique within a library and be a C identifier. `lanes` are the lanes of arguments, results and
 /// out-value; `blocks` the number of constant blocks.
-MadeUp make_up(std::string name, std::vector<Lane> arguments, std::vector<Lane> results, std::optional<Lane> out, bool rare,
-               int blocks, const Description& description);
+MadeUp make_up(std::string name, std::vector<Lane> arguments, std::vector<Lane> results, std::optional<Lane> out,
+               bool rare, int blocks, const Description& description);
 
 /// Generates all widths of the families, assembles and loads them. Throws std::runtime_error if the tools fail.
 class MadeUpLibrary {

@@ -72,8 +72,8 @@ TEST(Object, ExportsTheBuiltKernelsAndNothingElse) {
 }
 
 TEST(Object, AsksNothingOfTheLoaderButRelocations) {
-    static const std::set<std::int64_t> allowed{DT_SONAME, DT_GNU_HASH, DT_STRTAB,  DT_SYMTAB, DT_STRSZ,
-                                                DT_SYMENT, DT_RELA,     DT_RELASZ,  DT_RELAENT, DT_FLAGS,
+    static const std::set<std::int64_t> allowed{DT_SONAME,  DT_GNU_HASH,  DT_STRTAB, DT_SYMTAB,  DT_STRSZ,
+                                                DT_SYMENT,  DT_RELA,      DT_RELASZ, DT_RELAENT, DT_FLAGS,
                                                 DT_FLAGS_1, DT_RELACOUNT, DT_NULL};
     const auto tags = dynamic_tags();
     for (const auto& [tag, value] : tags) EXPECT_TRUE(allowed.contains(tag)) << "dynamic tag " << std::hex << tag;
@@ -160,7 +160,8 @@ std::string check_text(const std::string& text) {
     std::string folder = (std::filesystem::temp_directory_path() / "tuvo-object-XXXXXX").string();
     if (!mkdtemp(folder.data())) throw std::runtime_error("can't make a temporary folder");
     std::ofstream(folder + "/text.s") << "    .intel_syntax noprefix\n    .text\n" << text;
-    const std::string command = "cd " + folder + " && " TUVO_CXX " -c text.s -o text.o && " TUVO_OBJDUMP
+    const std::string command = "cd " + folder +
+                                " && " TUVO_CXX " -c text.s -o text.o && " TUVO_OBJDUMP
                                 " -d -w -M intel --no-show-raw-insn text.o | " TUVO_CHECK_OBJECT " 2>&1";
     FILE* pipe = popen(command.c_str(), "r");
     std::string output;
@@ -177,36 +178,70 @@ std::string function(const std::string& name, const std::string& body) {
 const std::string kernel = std::string(export_prefix) + "fabsf8", rare_kernel = std::string(export_prefix) + "logf8";
 
 TEST(InstructionCheck, AllowsWhatKernelsAndRoutinesAreMadeOf) {
-    EXPECT_EQ(check_text(function(kernel, "vandps ymm0, ymm0, [rax]; vpand xmm1, xmm2, xmm3; vmovd eax, xmm1; "
-                                          "vpermilps ymm0, ymm0, ymm1") +
-                         function(rare_kernel, "vaddps ymm0, ymm0, ymm1; vmovups [rsp - 40], ymm8; bt r12d, ebx; "
-                                               "vzeroupper; lea rdi, [rsp]; call logf_rare") +
-                         function("logf_rare", "movaps xmm1, xmm0; mulss xmm1, xmm0; cvtss2sd xmm0, xmm1; "
-                                               "fld st(0); fstp st(0); imul rax, rcx; andpd xmm0, [rip]; "
-                                               "bsr eax, ecx; cmovne eax, ecx; call lgamma") +
+    EXPECT_EQ(check_text(function(kernel,
+                                  "vandps ymm0, ymm0, [rax]; vpand xmm1, xmm2, xmm3; vmovd eax, xmm1; "
+                                  "vpermilps ymm0, ymm0, ymm1") +
+                         function(rare_kernel,
+                                  "vaddps ymm0, ymm0, ymm1; vmovups [rsp - 40], ymm8; bt r12d, ebx; "
+                                  "vzeroupper; lea rdi, [rsp]; call logf_rare") +
+                         function("logf_rare",
+                                  "movaps xmm1, xmm0; mulss xmm1, xmm0; cvtss2sd xmm0, xmm1; "
+                                  "fld st(0); fstp st(0); imul rax, rcx; andpd xmm0, [rip]; "
+                                  "bsr eax, ecx; cmovne eax, ecx; call lgamma") +
                          function("lgamma", "sqrtsd xmm0, xmm1; nop")),
               "");
 }
 
 TEST(InstructionCheck, FindsEachForbiddenInstruction) {
     // Forbidden in kernels and in rare routines.
-    const char* const anywhere[] = {
-        "vfmadd213ps xmm0, xmm1, xmm2", "vfnmsub231sd xmm0, xmm1, xmm2", "vcvtph2ps ymm0, xmm1",
-        "vpaddd ymm0, ymm1, ymm2", "vpbroadcastd xmm0, xmm1", "vbroadcastss xmm0, xmm1",
-        "vinserti128 ymm0, ymm1, xmm2, 1", "vpsllvd xmm0, xmm1, xmm2", "vgatherdps xmm0, [rax + xmm1], xmm2",
-        "vpermpd ymm0, ymm1, 1", "vaddps zmm0, zmm1, zmm2", "vaddps xmm16, xmm1, xmm2",
-        "vaddps ymm0{k1}, ymm1, ymm2", "kmovw eax, k1", "andn eax, ecx, edx", "bextr eax, ecx, edx",
-        "tzcnt eax, ecx", "lzcnt eax, ecx", "popcnt eax, ecx", "mulx rax, rcx, rdx", "shlx eax, ecx, edx",
-        "rdtsc", "cpuid", "xgetbv", "syscall", "int 0x80", "ldmxcsr [rsp]", "stmxcsr [rsp]", "vldmxcsr [rsp]",
-        "vstmxcsr [rsp]", "mov rax, fs:[0]", "rep movsb", "lock inc dword ptr [rax]", "vmovntps [rax], ymm0",
-        "vmaskmovps ymm0, ymm1, [rax]", "jmp rax", "call rax", "ud2"};
-    const char* const in_kernels[] = {
-        "addps xmm0, xmm1", "pxor xmm0, xmm0", "movaps xmm0, xmm1", "movd eax, xmm0", "fld st(0)", "std",
-        "cvttss2si eax, xmm0", "vmovdqa ymm0, ymm1", "emms", "call logf_rare"};
-    const char* const in_routines[] = {
-        "vaddss xmm0, xmm1, xmm2", "vzeroupper", "addps xmm0, xmm1", "mulpd xmm0, xmm1", "haddps xmm0, xmm1",
-        "roundss xmm0, xmm1, 0", "pmulld xmm0, xmm1", "blendvps xmm0, xmm1, xmm0", "movups xmm0, [rax]",
-        "paddd xmm0, xmm1", "unpcklps xmm0, xmm1", "movq mm0, rax"};
+    const char* const anywhere[] = {"vfmadd213ps xmm0, xmm1, xmm2",
+                                    "vfnmsub231sd xmm0, xmm1, xmm2",
+                                    "vcvtph2ps ymm0, xmm1",
+                                    "vpaddd ymm0, ymm1, ymm2",
+                                    "vpbroadcastd xmm0, xmm1",
+                                    "vbroadcastss xmm0, xmm1",
+                                    "vinserti128 ymm0, ymm1, xmm2, 1",
+                                    "vpsllvd xmm0, xmm1, xmm2",
+                                    "vgatherdps xmm0, [rax + xmm1], xmm2",
+                                    "vpermpd ymm0, ymm1, 1",
+                                    "vaddps zmm0, zmm1, zmm2",
+                                    "vaddps xmm16, xmm1, xmm2",
+                                    "vaddps ymm0{k1}, ymm1, ymm2",
+                                    "kmovw eax, k1",
+                                    "andn eax, ecx, edx",
+                                    "bextr eax, ecx, edx",
+                                    "tzcnt eax, ecx",
+                                    "lzcnt eax, ecx",
+                                    "popcnt eax, ecx",
+                                    "mulx rax, rcx, rdx",
+                                    "shlx eax, ecx, edx",
+                                    "rdtsc",
+                                    "cpuid",
+                                    "xgetbv",
+                                    "syscall",
+                                    "int 0x80",
+                                    "ldmxcsr [rsp]",
+                                    "stmxcsr [rsp]",
+                                    "vldmxcsr [rsp]",
+                                    "vstmxcsr [rsp]",
+                                    "mov rax, fs:[0]",
+                                    "rep movsb",
+                                    "lock inc dword ptr [rax]",
+                                    "vmovntps [rax], ymm0",
+                                    "vmaskmovps ymm0, ymm1, [rax]",
+                                    "jmp rax",
+                                    "call rax",
+                                    "ud2"};
+    const char* const in_kernels[] = {"addps xmm0, xmm1",    "pxor xmm0, xmm0",    "movaps xmm0, xmm1",
+                                      "movd eax, xmm0",      "fld st(0)",          "std",
+                                      "cvttss2si eax, xmm0", "vmovdqa ymm0, ymm1", "emms",
+                                      "call logf_rare"};
+    const char* const in_routines[] = {"vaddss xmm0, xmm1, xmm2", "vzeroupper",
+                                       "addps xmm0, xmm1",        "mulpd xmm0, xmm1",
+                                       "haddps xmm0, xmm1",       "roundss xmm0, xmm1, 0",
+                                       "pmulld xmm0, xmm1",       "blendvps xmm0, xmm1, xmm0",
+                                       "movups xmm0, [rax]",      "paddd xmm0, xmm1",
+                                       "unpcklps xmm0, xmm1",     "movq mm0, rax"};
     std::string text = function("logf_rare", ""), expected;
     const auto place = [&](const std::string& name, const char* instruction) {
         text += function(name, instruction);
@@ -235,9 +270,9 @@ TEST(InstructionCheck, FindsBrokenRarePaths) {
     const std::string routine = function("logf_rare", ""), other = function(kernel, "");
     const std::string good = "vzeroupper; call logf_rare";
     EXPECT_EQ(check_text(routine + other + function(rare_kernel, good)), "");
-    for (const char* bad : {"vaddps xmm0, xmm0, xmm1",                // no call
-                            "call logf_rare; call logf_rare",         // two
-                            "call logf_rare + 1",                     // of something else
+    for (const char* bad : {"vaddps xmm0, xmm0, xmm1",                  // no call
+                            "call logf_rare; call logf_rare",           // two
+                            "call logf_rare + 1",                       // of something else
                             "vaddps ymm0, ymm0, ymm1; call logf_rare",  // with upper halves in use
                             "vzeroupper; vmovups ymm0, [rsp]; call logf_rare"})
         EXPECT_NE(check_text(routine + other + function(rare_kernel, bad)), "") << bad;

@@ -15,7 +15,11 @@ namespace {
 class Handover {
 public:
     Handover(const Family& family, int width, const std::vector<const LaneCase*>& lanes, Clobber clobber)
-        : family_(family), width_(width), lanes_(lanes), clobber_(clobber), inputs_(arguments_of(lanes)),
+        : family_(family),
+          width_(width),
+          lanes_(lanes),
+          clobber_(clobber),
+          inputs_(arguments_of(lanes)),
           outputs_(family.outputs().size()) {
         for (std::size_t a = 0; a < inputs_.size(); ++a)
             if (width == 3) inputs_[a].push_back(lane3_fill(family, static_cast<int>(a)));
@@ -26,8 +30,10 @@ public:
 
     /// One call of the rare routine.
     Clobber operator()(const RareCall& call) {
-        if (lane_ >= width_) fault("one call too many");
-        else receive(call);
+        if (lane_ >= width_)
+            fault("one call too many");
+        else
+            receive(call);
         return clobber_;
     }
 
@@ -129,8 +135,8 @@ void check_handover(const Family& family, int width, const Lanes& lanes, std::ui
             on_rare_call = std::ref(handover);
             const CallResult& result = caller(arguments_of(chosen), options);
             ASSERT_EQ(handover.finish(result), std::vector<std::string>{})
-                << short_name(family, width) << ", seed " << seed << ", lanes "
-                << testing::PrintToString(kinds) << ", arguments " << testing::PrintToString(arguments_of(chosen));
+                << short_name(family, width) << ", seed " << seed << ", lanes " << testing::PrintToString(kinds)
+                << ", arguments " << testing::PrintToString(arguments_of(chosen));
         }
     }
 }

@@ -13,9 +13,9 @@ namespace tuvo {
 
 /// Registers at the entry of a rare routine. `tests/recorder.S` knows this layout.
 struct RareCall {
-    std::uint64_t routine;   ///< number; see `routine_name`
+    std::uint64_t routine;      ///< number; see `routine_name`
     std::uint8_t* pointers[4];  ///< rdi, rsi, rdx, rcx
-    std::uint64_t rsp;       ///< points to the return address
+    std::uint64_t rsp;          ///< points to the return address
     std::uint64_t padding[2];
     std::uint8_t vectors[16][32];
 

@@ -101,7 +101,7 @@ void step_through(const void* kernel, const Family& family, int width, const std
 class StepByStep : public testing::Test {
 protected:
     void SetUp() override {
-        struct sigaction action{};
+        struct sigaction action {};
         action.sa_sigaction = on_trap;
         action.sa_flags = SA_SIGINFO;
         sigaction(SIGTRAP, &action, &before_);
