@@ -59,7 +59,7 @@ MadeUp make_up(std::string name, std::vector<Lane> arguments, std::vector<Lane> 
 }
 
 MadeUpLibrary::MadeUpLibrary(const std::vector<const MadeUp*>& families) {
-    std::string pattern = (std::filesystem::temp_directory_path() / "tuvo-made-up-XXXXXX").string();
+    std::string pattern = (std::filesystem::temp_directory_path() / ("tuvo-made-up-" + std::string(6, 'X'))).string();
     if (!mkdtemp(pattern.data())) throw std::runtime_error("can't make a temporary folder");
     folder_ = pattern;
     std::ostringstream text;

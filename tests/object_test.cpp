@@ -157,7 +157,7 @@ TEST(Object, DebugInformationIsApart) {
 
 /// Assembles the text and returns what the check of the instructions says, or "" if it finds nothing wrong.
 std::string check_text(const std::string& text) {
-    std::string folder = (std::filesystem::temp_directory_path() / "tuvo-object-XXXXXX").string();
+    std::string folder = (std::filesystem::temp_directory_path() / ("tuvo-object-" + std::string(6, 'X'))).string();
     if (!mkdtemp(folder.data())) throw std::runtime_error("can't make a temporary folder");
     std::ofstream(folder + "/text.s") << "    .intel_syntax noprefix\n    .text\n" << text;
     const std::string command = "cd " + folder +
