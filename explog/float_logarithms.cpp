@@ -10,6 +10,7 @@ namespace tuvo {
 namespace {
 
 constexpr std::uint32_t two_thirds = 0x3f2aaaab;
+constexpr std::uint32_t four_thirds = 0x3faaaaab;
 constexpr std::uint32_t fraction_mask = 0x007fffff;
 constexpr std::uint32_t smallest_normal = 0x00800000;
 constexpr std::uint32_t largest_finite = 0x7f7fffff;
@@ -228,15 +229,26 @@ F32 log1p_native(F32 x) {
 }
 
 const Describe families[] = {
-    {{"logf", "logf_rm"}, describe(log_default), {.ulp = 0}},
-    {{"logf_half"}, describe(log_half), {.ulp = 0}},
-    {{"logf_native"}, describe(log_native), {.ulp = 0}},
-    {{"log2f", "log2f_rm"}, describe(log2_default), {.ulp = 0}},
-    {{"log2f_native", "log2f_half"}, describe(log2_native), {.ulp = 0}},
-    {{"log10f"}, describe(log10_default), {.ulp = 0}},
-    {{"log10f_native", "log10f_half"}, describe(log10_native), {.ulp = 0}},
-    {{"log1pf"}, describe(log1p_default), {.ulp = 0}},
-    {{"log1pf_native"}, describe(log1p_native), {.ulp = 0}},
+    {{"logf", "logf_rm"}, describe(log_default),
+     {.ulp = 1.034, .worst = {0x00003b60}, .thresholds = {smallest_normal, two_thirds, four_thirds, largest_finite}}},
+    {{"logf_half"}, describe(log_half),
+     {.ulp = 3.965, .worst = {0x3f61feba}, .thresholds = {smallest_normal, two_thirds, four_thirds, largest_finite}}},
+    {{"logf_native"}, describe(log_native),
+     {.ulp = 1568, .worst = {0x3f475fc3}, .thresholds = {smallest_normal, two_thirds, four_thirds, largest_finite}}},
+    {{"log2f", "log2f_rm"}, describe(log2_default),
+     {.ulp = 2.612, .worst = {0x3faab675}, .thresholds = {smallest_normal, two_thirds, four_thirds, largest_finite}}},
+    {{"log2f_native", "log2f_half"}, describe(log2_native),
+     {.ulp = 893.6, .worst = {0x3f8b9599}, .thresholds = {smallest_normal, two_thirds, four_thirds, largest_finite}}},
+    {{"log10f"}, describe(log10_default),
+     {.ulp = 0.6271, .worst = {0x3f80513e}, .thresholds = {smallest_normal, largest_finite}}},
+    {{"log10f_native", "log10f_half"}, describe(log10_native),
+     {.ulp = 995.8, .worst = {0x3faaaaee}, .thresholds = {smallest_normal, two_thirds, four_thirds, largest_finite}}},
+    // 2^-12, where the head of u is cut, and the ends of the vector path.
+    {{"log1pf"}, describe(log1p_default),
+     {.ulp = 0.6221, .worst = {0x3b000ab3}, .thresholds = {0x39800000, 0xbf7fffff, 0x7a800000}}},
+    // 1 + x at 2/3, 4/3 and 2^127, and the last x above -1.
+    {{"log1pf_native"}, describe(log1p_native),
+     {.ulp = 1568, .worst = {0xbe6280f4}, .thresholds = {0xbeaaaaab, 0x3eaaaaab, 0x7f000000, 0xbf7fffff}}},
 };
 
 }  // namespace

@@ -74,6 +74,14 @@ std::optional<Real> oracle(std::string_view operation, std::span<const std::uint
     return oracle(operation, values);
 }
 
+std::optional<std::uint64_t> exact_pattern(std::string_view operation, std::span<const std::uint64_t> arguments, Lane lane) {
+    const std::uint64_t sign = lane == Lane::f32 ? 0x80000000 : 0x8000000000000000;
+    if (operation == "fabs") return arguments[0] & ~sign;
+    if (operation == "copysign") return (arguments[0] & ~sign) | (arguments[1] & sign);
+    if (operation == "nan") return arguments[0] | (lane == Lane::f32 ? 0x7fc00000 : 0x7ff8000000000000);
+    return std::nullopt;
+}
+
 std::uint64_t RandomBits::operator()() {
     std::uint64_t z = state_ += 0x9e3779b97f4a7c15;
     z = (z ^ z >> 30) * 0xbf58476d1ce4e5b9;
@@ -81,41 +89,67 @@ std::uint64_t RandomBits::operator()() {
     return z ^ z >> 31;
 }
 
-std::vector<std::uint32_t> stratified_floats(std::uint64_t seed, std::span<const std::uint32_t> thresholds,
-                                             int per_exponent) {
-    constexpr std::uint32_t sign = 0x80000000;
-    constexpr std::uint32_t significand = 0x007fffff;
-    constexpr std::uint32_t one = 0x3f800000;
+std::vector<std::uint64_t> stratified_patterns(Lane lane, std::uint64_t seed, std::span<const std::uint64_t> thresholds,
+                                               int per_exponent) {
+    const int bits = 8 * lane_size(lane);
+    const std::uint64_t ones = ~std::uint64_t{0} >> (64 - bits);
+    const std::uint64_t sign = std::uint64_t{1} << (bits - 1);
     RandomBits random(seed);
-    std::vector<std::uint32_t> patterns;
-    auto add = [&](std::uint32_t pattern) {
-        patterns.push_back(pattern & ~sign);
-        patterns.push_back(pattern | sign);
+    std::vector<std::uint64_t> patterns;
+    auto add = [&](std::uint64_t pattern) {
+        patterns.push_back(pattern & (is_floating(lane) ? ones ^ sign : ones));
+        patterns.push_back((is_floating(lane) ? pattern | sign : -pattern) & ones);
     };
-    auto add_neighbourhood = [&](std::uint32_t pattern) {
-        for (int offset = -4; offset <= 4; ++offset) add((pattern & ~sign) + offset);
+    auto add_neighbourhood = [&](std::uint64_t pattern) {
+        for (int offset = -4; offset <= 4; ++offset) add((is_floating(lane) ? pattern & ~sign : pattern) + offset);
     };
-
-    for (std::uint32_t special : {0x7f800000, 0x7fc00000, 0x7fffffff, 0x7f800001, 0x7fa00000, 0x7fedcba9}) add(special);
-    for (std::uint32_t exponent = 0; exponent < 255; ++exponent) {
-        add_neighbourhood(exponent << 23);
-        for (int i = 0; i < per_exponent; ++i) {
-            const std::uint32_t cut = i % 4 ? significand : significand & ~0u << 14;
-            add(exponent << 23 | (static_cast<std::uint32_t>(random()) & cut));
+    for (std::uint64_t threshold : thresholds) add_neighbourhood(threshold);
+    if (!is_floating(lane)) {
+        add_neighbourhood(0);
+        for (int length = 1; length <= bits; ++length) {
+            const std::uint64_t top = std::uint64_t{1} << (length - 1);
+            for (std::uint64_t pattern : {top - 1, top, top + 1}) add(pattern);
+            for (int i = 0; i < per_exponent; ++i) add(top | (random() & (top - 1)));
         }
+        return patterns;
     }
-    add_neighbourhood(0x7f7ffffb);
-    for (int i = 0; i < per_exponent; ++i) add(static_cast<std::uint32_t>(random()) & significand >> i % 23);
-    for (int distance = 0; distance < 23; ++distance) {
+
+    const int fraction_bits = lane == Lane::f32 ? 23 : 52;
+    const std::uint64_t fraction = (std::uint64_t{1} << fraction_bits) - 1;
+    const std::uint64_t few_bits = fraction & ~(fraction >> 9);
+    const std::uint64_t infinity = ones & ~sign & ~fraction;
+    const std::uint64_t quiet = (fraction + 1) / 2;
+    const std::uint64_t one = (infinity / 2) & ~fraction;
+    for (std::uint64_t payload :
+         {std::uint64_t{0}, quiet, fraction, std::uint64_t{1}, quiet / 2, quiet | fraction / 5})
+        add(infinity | payload);
+    for (std::uint64_t power = 0; power < infinity; power += fraction + 1) {
+        add_neighbourhood(power);
+        for (int i = 0; i < per_exponent; ++i) add(power | (random() & (i % 4 ? fraction : few_bits)));
+    }
+    add_neighbourhood(infinity - 5);
+    for (int i = 0; i < per_exponent; ++i) add(random() & fraction >> i % fraction_bits);
+    for (int distance = 0; distance < fraction_bits; ++distance) {
         for (int i = 0; i < per_exponent / 8 + 1; ++i) {
-            const std::uint32_t top = 1u << distance;
-            const std::uint32_t offset = top | (static_cast<std::uint32_t>(random()) & (top - 1));
+            const std::uint64_t top = std::uint64_t{1} << distance;
+            const std::uint64_t offset = top | (random() & (top - 1));
             add(one + offset);
             add(one - offset);
         }
     }
-    for (std::uint32_t threshold : thresholds) add_neighbourhood(threshold);
     return patterns;
+}
+
+std::vector<std::uint32_t> stratified_floats(std::uint64_t seed, std::span<const std::uint32_t> thresholds,
+                                             int per_exponent) {
+    const std::vector<std::uint64_t> wide(thresholds.begin(), thresholds.end());
+    const std::vector<std::uint64_t> patterns = stratified_patterns(Lane::f32, seed, wide, per_exponent);
+    return {patterns.begin(), patterns.end()};
+}
+
+bool FloatErrorScan::knows(std::string_view operation) {
+    const UnaryOracle* unary = find_unary(operation);
+    return unary && unary->fast;
 }
 
 FloatErrorScan::FloatErrorScan(std::string_view operation) {

@@ -24,6 +24,10 @@ std::optional<Real> oracle(std::string_view operation, std::span<const Real> arg
 /// The same for bit patterns of one lane type.
 std::optional<Real> oracle(std::string_view operation, std::span<const std::uint64_t> arguments, Lane lane);
 
+/// The exact result of an operation on bit patterns ("fabs", "copysign", "nan"), NaNs and signs of zero included;
+/// nothing for other operations. The lane is that of the result.
+std::optional<std::uint64_t> exact_pattern(std::string_view operation, std::span<const std::uint64_t> arguments, Lane lane);
+
 /// Deterministic random bits (splitmix64).
 class RandomBits {
 public:
@@ -34,10 +38,15 @@ private:
     std::uint64_t state_;
 };
 
-/// f32 patterns that show the faults of a kernel: zeros, infinities, quiet and signalling NaN, the smallest and largest
-/// subnormals and normals; every exponent with `per_exponent` random significands (a quarter of them with few bits),
-/// its power of two and the neighbours of that; arguments close to 1 at all distances; and the neighbours of each
-/// threshold. All with both signs, about 510 (per_exponent + 9) patterns. The same seed gives the same patterns.
+/// Patterns of a lane type that show the faults of a kernel, the most telling first. Floating point: infinities, quiet
+/// and signalling NaNs; the neighbours of each threshold; every exponent with `per_exponent` random significands (a
+/// quarter of them with few bits), its power of two and the neighbours of that; the largest and smallest of all kinds;
+/// arguments close to 1 at all distances. Integers: zero, each power of two and its neighbours, and random numbers of
+/// every length. All with both signs. About 510 (per_exponent + 9) patterns of f32, 4100 (per_exponent + 9) of f64. The
+/// same seed gives the same patterns.
+std::vector<std::uint64_t> stratified_patterns(Lane lane, std::uint64_t seed,
+                                               std::span<const std::uint64_t> thresholds = {}, int per_exponent = 64);
+/// Those of f32.
 std::vector<std::uint32_t> stratified_floats(std::uint64_t seed, std::span<const std::uint32_t> thresholds,
                                              int per_exponent = 64);
 
@@ -45,6 +54,7 @@ std::vector<std::uint32_t> stratified_floats(std::uint64_t seed, std::span<const
 /// the error to better than 1e-6 ulp, and MPFR decides where that exceeds the largest so far.
 class FloatErrorScan {
 public:
+    static bool knows(std::string_view operation);
     /// Throws std::invalid_argument for an operation that has no such function.
     explicit FloatErrorScan(std::string_view operation);
 

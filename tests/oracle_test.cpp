@@ -109,5 +109,23 @@ TEST(Oracle, InputsCoverTheFormat) {
         EXPECT_NE(std::find(inputs.begin(), inputs.end(), x), inputs.end()) << std::hex << x;
 }
 
+TEST(Oracle, InputsCoverTheOtherTypes) {
+    const std::vector<std::uint64_t> doubles = stratified_patterns(Lane::f64, 7, {}, 2);
+    std::vector<int> by_exponent(4096);
+    for (std::uint64_t x : doubles) ++by_exponent[x >> 52];
+    for (int field = 0; field < 4096; ++field) EXPECT_GE(by_exponent[field], field % 2048 == 2047 ? 6 : 11) << field;
+    auto expect_found = [](const std::vector<std::uint64_t>& inputs, std::initializer_list<std::uint64_t> patterns) {
+        for (std::uint64_t x : patterns)
+            EXPECT_NE(std::find(inputs.begin(), inputs.end(), x), inputs.end()) << std::hex << x;
+    };
+    expect_found(doubles, {0, 1, 0x8000000000000000, 0x7fefffffffffffff, 0xfff0000000000000, 0x3ff0000000000001,
+                           0xbfefffffffffffff, 0x7ff8000000000000, 0x7ff0000000000001});
+    const std::uint64_t threshold = 100;
+    const std::vector<std::uint64_t> ints = stratified_patterns(Lane::i32, 7, {&threshold, 1});
+    expect_found(ints, {0, 1, 0xffffffff, 0x7fffffff, 0x80000000, 99, 101, 0xffffff9c});
+    for (std::uint64_t x : ints) EXPECT_LE(x, 0xffffffffu);
+    expect_found(stratified_patterns(Lane::u64, 7), {0, 1, ~0ull, 1ull << 63, (1ull << 63) - 1, 1ull << 31});
+}
+
 }  // namespace
 }  // namespace tuvo

@@ -1,0 +1,245 @@
+// tuvo-bench: the speed of the kernels beside their peers, measured in one run, and the model's figures.
+//
+// Within each measurement the kernel and its peers take turns of some microseconds, and the measurements are repeated
+// in random order over the whole run. What counts is each one's quietest turns: a busy neighbour on the same core
+// halves the window in which calls overlap and slows some kernels more than others, for milliseconds or for minutes.
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <iomanip>
+#include <iostream>
+#include <map>
+#include <sstream>
+
+#include "bench/measure.hpp"
+#include "bench/model.hpp"
+#include "tests/library.hpp"
+
+namespace {
+
+using namespace tuvo;
+
+constexpr const char* usage = R"(usage: tuvo-bench [--filter REGEX] [--markdown FILE] [--benchmark_... OPTION]
+       tuvo-bench --model [FILE]
+
+Without options: all built kernels beside their peers, as a table; --markdown writes the document as well. A filter is
+matched against names such as logf8_native/latency. --benchmark_repetitions=4 makes a quicker, noisier run.
+--model renews the table of the machine model's figures that a test compares.
+)";
+
+/// The fastest turn but for one in ten: what the entry does when nothing disturbs it.
+double undisturbed(std::vector<double>& turns) {
+    const auto quick = turns.begin() + static_cast<std::ptrdiff_t>(turns.size() / 10);
+    std::nth_element(turns.begin(), quick, turns.end());
+    return *quick;
+}
+
+void compete(benchmark::State& state, const Family& family, int width, Mode mode) {
+    struct Rival {
+        const char* name;
+        Contestant contestant;
+        std::vector<double> turns;
+    };
+    std::vector<Rival> rivals;
+    const auto add = [&](const char* name, const std::optional<Entry>& entry) {
+        // Calls for one value that don't depend on each other overlap: their latencies don't add up.
+        if (entry && (mode == Mode::throughput || entry->calls == 1))
+            rivals.push_back({name, Contestant(*entry, family, mode), {}});
+    };
+    const Shape shape = shape_of(family, width);
+    const Peers peers = peers_of(family, width);
+    add("own", Entry{"", find_kernel(family, width), shape, width, 1});
+    add("empty", Entry{"", empty_call(), shape, width, 1});
+    add("accurate", peers.accurate);
+    add("fast", peers.fast);
+    add("scalar", peers.scalar);
+    for (auto _ : state)
+        for (Rival& rival : rivals) rival.turns.push_back(rival.contestant.run());
+    for (Rival& rival : rivals) state.counters[rival.name] = undisturbed(rival.turns);
+}
+
+/// Keeps the least ticks of every contestant over the repetitions, and prints a table of ratios.
+class Table : public benchmark::BenchmarkReporter {
+public:
+    bool ReportContext(const Context&) override { return true; }
+    void ReportRuns(const std::vector<Run>& runs) override {
+        for (const Run& run : runs) {
+            if (run.run_type != Run::RT_Iteration) continue;
+            const std::string& name = run.run_name.function_name;
+            const std::size_t slash = name.find('/');
+            for (const auto& [contestant, ticks] : run.counters) {
+                double& least = ticks_[name.substr(0, slash)][name.substr(slash + 1)][contestant];
+                least = least == 0 ? ticks.value : std::min(least, ticks.value);
+            }
+        }
+    }
+    void print(std::ostream& out) const;
+
+private:
+    static std::string mean(const char* label, const std::vector<double>& ratios);
+    using Ticks = std::map<std::string, double>;                 // by contestant, for one call of the kernel
+    std::map<std::string, std::map<std::string, Ticks>> ticks_;  // by kernel and mode
+};
+
+std::string Table::mean(const char* label, const std::vector<double>& ratios) {
+    if (ratios.empty()) return "";
+    double sum = 0;
+    for (double ratio : ratios) sum += std::log(ratio);
+    char text[200];
+    std::snprintf(text, sizeof text, "\n%s: %.2f in the geometric mean over %zu kernels, %.2f at least.\n", label,
+                  std::exp(sum / static_cast<double>(ratios.size())), ratios.size(), *std::ranges::min_element(ratios));
+    return text;
+}
+
+void Table::print(std::ostream& out) const {
+    constexpr const char* titles[] = {"ticks/lane", "empty call", "1 ulp",    "3.5 ulp",  "libm",
+                                      "latency",    "lat. 1",     "lat. 3.5", "lat. libm"};
+    const auto cell = [&](double value) {
+        char text[32] = "-";
+        if (value != 0) std::snprintf(text, sizeof text, "%.2f", value);
+        out << "| " << std::setw(10) << text << " ";
+    };
+    out << "| kernel           ";
+    for (const char* title : titles) out << "| " << std::setw(10) << title << " ";
+    out << "|\n|:-----------------";
+    for (std::size_t k = 0; k < std::size(titles); ++k) out << "|-----------:";
+    out << "|\n";
+    std::vector<double> standard, shorter;
+    for (const Family& family : families()) {
+        for (int width : widths) {
+            const auto row = ticks_.find(short_name(family, width));
+            if (row == ticks_.end()) continue;
+            const auto ratio = [&](const char* mode, const char* contestant) {
+                const auto ticks = row->second.find(mode);
+                if (ticks == row->second.end()) return 0.0;
+                const auto found = ticks->second.find(contestant);
+                return found == ticks->second.end() ? 0 : found->second / ticks->second.at("own");
+            };
+            const auto own = [&](const char* mode) {
+                return row->second.contains(mode) ? row->second.at(mode).at("own") : 0;
+            };
+            out << "| " << std::left << std::setw(16) << row->first << std::right << " ";
+            cell(own("throughput") / width);
+            for (const char* rival : {"empty", "accurate", "fast", "scalar"}) cell(ratio("throughput", rival));
+            cell(own("latency"));
+            for (const char* rival : {"accurate", "fast", "scalar"}) cell(ratio("latency", rival));
+            out << "|\n";
+            // The narrower calls have no peer of their own width, and the shortest kernels are lost in the call.
+            if (width == 3 || width * lane_size(family.element) < 16 || ratio("throughput", "empty") > 0.5) continue;
+            const double accurate = ratio("throughput", "accurate"), fast = ratio("throughput", "fast");
+            if (family.tier == Tier::standard && accurate != 0) standard.push_back(accurate);
+            if ((family.tier == Tier::native || family.tier == Tier::half) && fast != 0) shorter.push_back(fast);
+        }
+    }
+    out << mean("Default tiers against the entries of 1 ulp", standard)
+        << mean("Shorter tiers against the entries of 3.5 ulp", shorter);
+}
+
+std::string processor() {
+    std::ifstream info("/proc/cpuinfo");
+    for (std::string line; std::getline(info, line);)
+        if (line.starts_with("model name")) return line.substr(line.find(':') + 2);
+    return "an unknown processor";
+}
+
+void write_file(const std::string& file, const std::string& text) {
+    std::ofstream out(file);
+    out << text;
+    if (!out.flush()) throw std::runtime_error("can't write " + file);
+    std::cerr << "wrote " << file << "\n";
+}
+
+std::string document(const Table& table) {
+    std::ostringstream out;
+    out << R"(# Performance
+
+Written by `tuvo-bench --markdown`; run `./run bench` for the figures of another machine.
+
+## Beside peers
+
+One run on )"
+        << processor() << R"(. Each kernel takes turns of some microseconds with its peers, and the
+measurements are repeated in random order over the whole run; the quietest turns count. Figures are ratios: how many
+times as fast the kernel is as the peer. On a shared machine they move by some percent from run to run, and a figure of
+one run is not to be compared with a figure of another.
+
+- ticks/lane: of the time stamp counter, from array to array in the first-level cache, calls independent. They are a
+  base for the ratios, not cycles of the core.
+- empty call: the part of the time that the loop takes around a function that only returns.
+- 1 ulp, 3.5 ulp: SLEEF's entries of that accuracy for AVX (256 bits) and SSE4 (128 bits), as many calls as the value
+  takes. Where there is no entry of 1 ulp, that of 0.5 or 1.5 ulp or the exact one stands in. Widths 1 to 3 take one
+  128-bit call.
+- libm: the C library's scalar function, one call a lane. It may use instructions that the kernels must not.
+- latency: ticks of a call whose argument waits for the last call's result; lat.: the ratios of that to the same
+  peers. Values that take the peer more than one call have none.
+
+The means leave out widths below 128 bits, width 3, and kernels that take less than two empty calls.
+
+)";
+    table.print(out);
+    out << "\n## On the model of the first processors with AVX\n\n"
+           "The text of the common paths on llvm-mca's model: the same figures on every machine. A test holds the "
+           "kernels to\n"
+           "them; `./run bench --model` renews them after a deliberate change.\n\n```\n"
+        << model_table() << "```\n";
+    return out.str();
+}
+
+int run(int argc, char** argv) {
+    const std::vector<std::string> arguments(argv, argv + argc);
+    std::string markdown, filter = ".";
+    std::string repetitions = "--benchmark_repetitions=16",
+                interleaving = "--benchmark_enable_random_interleaving=true";
+    std::vector<std::string> passed{arguments[0], repetitions, interleaving};
+    for (std::size_t k = 1; k < arguments.size(); ++k) {
+        const bool more = k + 1 < arguments.size();
+        if (arguments[k] == "--model") {
+            write_file(more ? arguments[k + 1] : TUVO_MODEL, model_table());
+            return 0;
+        }
+        if (arguments[k] == "--markdown" && more)
+            markdown = arguments[++k];
+        else if (arguments[k] == "--filter" && more)
+            filter = arguments[++k];
+        else if (arguments[k].starts_with("--benchmark_"))
+            passed.push_back(arguments[k]);
+        else {
+            std::cerr << usage;
+            return arguments[k] == "--help" ? 0 : 2;
+        }
+    }
+    std::vector<char*> pointers;
+    for (std::string& argument : passed) pointers.push_back(argument.data());
+    int count = static_cast<int>(pointers.size());
+    benchmark::Initialize(&count, pointers.data());
+    if (benchmark::ReportUnrecognizedArguments(count, pointers.data())) return 2;
+    if (!have_vector_peer()) std::cerr << "SLEEF is not installed (package libsleef3): its columns stay empty\n";
+
+    for (const Family* family : built_families())
+        for (int width : widths)
+            for (const auto& [mode, name] :
+                 {std::pair(Mode::throughput, "/throughput"), std::pair(Mode::latency, "/latency")})
+                benchmark::RegisterBenchmark((short_name(*family, width) + name).c_str(), [family, width, mode](
+                                                                                              benchmark::State& state) {
+                    compete(state, *family, width, mode);
+                })->MinTime(0.03);
+    Table table;
+    if (benchmark::RunSpecifiedBenchmarks(&table, filter) == 0) return 1;
+    table.print(std::cout);
+    if (!markdown.empty()) write_file(markdown, document(table));
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& error) {
+        std::cerr << "tuvo-bench: " << error.what() << "\n";
+        return 1;
+    }
+}

@@ -1,0 +1,96 @@
+#include "bench/peers.hpp"
+
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <array>
+
+namespace tuvo {
+namespace {
+
+void* open_library(const char* name) { return dlopen(name, RTLD_NOW | RTLD_LOCAL); }
+void* vector_library() {
+    static void* const handle = open_library("libsleef.so.3");
+    return handle;
+}
+void* scalar_library() {
+    static void* const handle = open_library("libm.so.6");
+    return handle;
+}
+
+/// Operations that go by another name there, or by a name that means another thing. Empty: no counterpart.
+struct Renamed {
+    std::string_view operation, vector, scalar;
+};
+constexpr Renamed renamed[] = {
+    {"nan", "", ""},  // C's nan reads a string
+    {"powr", "pow", "pow"},   {"lgammar", "", "lgamma_r"}, {"sincosreg", "sincos", ""},
+    {"sincos", "sincos", ""},  // C's stores both
+    {"frexp", "", "frexp"},    // the vector library splits it in two
+    {"remquo", "", "remquo"},
+};
+
+struct Names {
+    std::string vector, scalar;
+};
+Names names_of(const Family& family) {
+    if (!is_floating(family.element) || family.stem.starts_with("cvt")) return {};
+    for (const Renamed& entry : renamed)
+        if (entry.operation == family.operation) return {std::string(entry.vector), std::string(entry.scalar)};
+    return {family.operation, family.operation};
+}
+
+std::optional<Entry> find_vector(const Family& family, int width, const std::string& operation,
+                                 std::initializer_list<const char*> accuracies) {
+    if (operation.empty() || !vector_library()) return std::nullopt;
+    const int narrow = 16 / lane_size(family.element);
+    const int lanes = width <= narrow ? narrow : 2 * narrow;
+    for (const char* accuracy : accuracies) {
+        const std::string name = "Sleef_" + operation + (family.element == Lane::f32 ? "f" : "d") +
+                                 std::to_string(lanes) + "_" + accuracy + (lanes == narrow ? "sse4" : "avx");
+        if (const void* address = dlsym(vector_library(), name.c_str())) {
+            const bool pair = family.outputs().size() == 2;
+            return Entry{name, address, pair ? hidden_shape_of(family, lanes) : shape_of(family, lanes), lanes,
+                         (width + lanes - 1) / lanes};
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+Peers peers_of(const Family& family, int width) {
+    const auto [vector, scalar] = names_of(family);
+    Peers peers;
+    peers.accurate = find_vector(family, width, vector, {"u10", "u05", "u15", ""});
+    peers.fast = find_vector(family, width, vector, {"u35"});
+    if (!scalar.empty() && scalar_library()) {
+        std::string name = scalar;
+        if (family.element == Lane::f32) name.insert(name.ends_with("_r") ? name.size() - 2 : name.size(), 1, 'f');
+        if (const void* address = dlsym(scalar_library(), name.c_str()))
+            peers.scalar = Entry{name, address, shape_of(family, 1), 1, width};
+    }
+    return peers;
+}
+
+bool have_vector_peer() { return vector_library() != nullptr; }
+
+Range input_range(const Family& family, int argument) {
+    struct Domain {
+        std::string_view operations;  ///< each between spaces
+        Range range;
+    };
+    constexpr Domain domains[] = {
+        {" acos asin atanh acospi asinpi ", {-0.9, 0.9}},
+        {" acosh ", {1.1, 10}},
+        {" log1p ", {-0.9, 10}},
+        {" exp exp2 exp10 expm1 sinh cosh tanh erf ", {-4, 4}},
+        {" sin cos tan sincos sincosreg sinpi cospi tanpi atan asinh atanpi cbrt ", {-3, 3}},
+    };
+    if (!is_floating(family.arguments[static_cast<std::size_t>(argument)])) return {2, 9};
+    for (const Domain& domain : domains)
+        if (domain.operations.find(" " + family.operation + " ") != std::string_view::npos) return domain.range;
+    return {0.1, 10};
+}
+
+}  // namespace tuvo

@@ -1,0 +1,298 @@
+#include "tests/accuracy.hpp"
+
+#include <immintrin.h>
+
+#include <algorithm>
+#include <atomic>
+#include <bit>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+#include <mutex>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+#include "tests/call.hpp"
+#include "tests/library.hpp"
+#include "tests/oracle.hpp"
+
+namespace tuvo {
+namespace {
+
+using Patterns = std::vector<std::uint64_t>;
+
+/// Stratified patterns, and as many random ones from 2^-6 to 2^7: a last bit of a coefficient shows in few results, and
+/// only where no exponent outweighs it.
+Patterns patterns_of(Lane lane, const Patterns& thresholds, int per_exponent) {
+    Patterns patterns = stratified_patterns(lane, 1, thresholds, per_exponent);
+    if (!is_floating(lane)) return patterns;
+    const int fraction_bits = lane == Lane::f32 ? 23 : 52;
+    const std::uint64_t lowest = lane == Lane::f32 ? 127 - 6 : 1023 - 6;
+    RandomBits random(2);
+    for (std::size_t k = patterns.size(); k > 0; --k) {
+        const std::uint64_t fraction = random() & ((std::uint64_t{1} << fraction_bits) - 1);
+        const std::uint64_t sign = (random() & 1) << (8 * lane_size(lane) - 1);
+        patterns.push_back(sign | (lowest + random() % 13) << fraction_bits | fraction);
+    }
+    return patterns;
+}
+
+/// Arguments for all lanes of a family, by argument.
+std::vector<Patterns> arguments_of(const Family& family, const Patterns& thresholds, int per_exponent) {
+    constexpr std::size_t pairs = 200000;
+    std::vector<Patterns> drawn;
+    for (Lane lane : family.arguments)
+        drawn.push_back(patterns_of(lane, drawn.empty() ? thresholds : Patterns{}, per_exponent));
+    if (drawn.size() == 1) return drawn;
+    // The first argument runs through its patterns; the others are drawn at random, or lie beside it.
+    RandomBits random(3);
+    std::vector<Patterns> arguments(drawn.size());
+    for (std::size_t k = 0; k < std::max(pairs, drawn[0].size()); ++k) {
+        arguments[0].push_back(drawn[0][k % drawn[0].size()]);
+        for (std::size_t a = 1; a < drawn.size(); ++a) {
+            const bool beside = k % 4 == 0 && family.arguments[a] == family.arguments[0];
+            arguments[a].push_back(beside ? arguments[0].back() ^ (random() & 7)
+                                          : drawn[a][random() % drawn[a].size()]);
+        }
+    }
+    return arguments;
+}
+
+CallResult run_kernel(const Family& family, const std::vector<Patterns>& arguments) {
+    const void* kernel = find_kernel(family, 16);
+    if (!kernel) throw std::runtime_error("the library has no " + family.name());
+    CallResult result = call_all(kernel, family, 16, arguments);
+    if (!result.violations.empty()) throw std::runtime_error(family.name() + ": " + result.violations.front());
+    return result;
+}
+
+bool is_unary_float(const Family& family) {
+    return family.arguments == std::vector{Lane::f32} && family.outputs() == std::vector{Lane::f32};
+}
+
+/// The kernel of one full register, for long runs: the register contract asks less of a caller than C does.
+class EightFloats {
+public:
+    explicit EightFloats(const Family& family)
+        : kernel_(reinterpret_cast<Kernel>(const_cast<void*>(find_kernel(family, 8)))) {
+        if (!is_unary_float(family)) throw std::invalid_argument(family.name() + " is not a function of one float");
+        if (!kernel_) throw std::runtime_error("the library has no " + family.name());
+    }
+    /// The results for the eight patterns from `first` on.
+    std::array<std::uint32_t, 8> operator()(std::uint32_t first) const {
+        const __m128i low = _mm_add_epi32(_mm_set1_epi32(static_cast<int>(first)), _mm_setr_epi32(0, 1, 2, 3));
+        const __m128i high = _mm_add_epi32(low, _mm_set1_epi32(4));
+        return std::bit_cast<std::array<std::uint32_t, 8>>(kernel_(_mm256_castsi256_ps(_mm256_set_m128i(high, low))));
+    }
+
+private:
+    using Kernel = __m256 (*)(__m256);
+    Kernel kernel_;
+};
+
+}  // namespace
+
+bool has_oracle(const Family& family) {
+    if (family.outputs().size() != 1) return false;
+    const Patterns zeros(family.arguments.size());
+    return exact_pattern(family.operation, zeros, family.results[0]) ||
+           oracle(family.operation, std::vector<Real>(zeros.size(), Real(1)));
+}
+
+std::uint64_t result_of(const Family& family, std::span<const std::uint64_t> arguments) {
+    std::vector<Patterns> lanes;
+    for (std::uint64_t argument : arguments) lanes.push_back({argument});
+    return run_kernel(family, lanes).outputs[0][0];
+}
+
+double error_of(const Family& family, std::span<const std::uint64_t> arguments, std::uint64_t got) {
+    const Lane result = family.results[0];
+    if (const auto expected = exact_pattern(family.operation, arguments, result))
+        return got == *expected ? 0 : std::numeric_limits<double>::infinity();
+    std::vector<Real> values;
+    for (std::size_t a = 0; a < arguments.size(); ++a)
+        values.push_back(Real::from_pattern(family.arguments[a], arguments[a]));
+    const std::optional<Real> exact = oracle(family.operation, values);
+    if (!exact) throw std::invalid_argument("the oracle does not know " + family.operation);
+    return ulp_error(result, got, *exact);
+}
+
+Measured measure(const DescribedFamily& described) {
+    const Family& family = *described.family;
+    std::vector<Patterns> arguments =
+        arguments_of(family, described.accuracy.thresholds, family.arguments[0] == Lane::f64 ? 16 : 256);
+    for (std::size_t a = 0; a < described.accuracy.worst.size(); ++a)
+        arguments[a].push_back(described.accuracy.worst[a]);
+    const CallResult result = run_kernel(family, arguments);
+
+    Measured measured;
+    measured.inputs = arguments[0].size();
+    if (is_unary_float(family) && FloatErrorScan::knows(family.operation)) {
+        FloatErrorScan scan(family.operation);
+        for (std::size_t k = 0; k < measured.inputs; ++k)
+            scan.add(static_cast<std::uint32_t>(arguments[0][k]), static_cast<std::uint32_t>(result.outputs[0][k]));
+        measured.ulp = scan.max_error();
+        measured.worst = {scan.worst_input()};
+        measured.got = scan.worst_got();
+        return measured;
+    }
+    for (std::size_t k = 0; k < measured.inputs; ++k) {
+        Patterns lane;
+        for (const Patterns& argument : arguments) lane.push_back(argument[k]);
+        const double error = error_of(family, lane, result.outputs[0][k]);
+        if (error > measured.ulp) {
+            measured.ulp = error;
+            measured.worst = lane;
+            measured.got = result.outputs[0][k];
+        }
+    }
+    return measured;
+}
+
+Exhaustive measure_all(const Family& family, const std::function<void(double)>& progress) {
+    const EightFloats kernel(family);
+    constexpr std::uint32_t one = 0x3f800000;
+    constexpr std::uint64_t total = std::uint64_t{1} << 32, chunk = 1 << 20;
+    // Where the error grows with the argument, each one would be the largest so far, which takes the slow way. Known
+    // large errors ahead of them keep that to the few that matter.
+    const std::vector<Patterns> sample{stratified_patterns(Lane::f32, 1)};
+    const Patterns of_sample = run_kernel(family, sample).outputs[0];
+    FloatErrorScan overall(family.operation);
+    for (std::size_t k = 0; k < of_sample.size(); ++k)
+        overall.add(static_cast<std::uint32_t>(sample[0][k]), static_cast<std::uint32_t>(of_sample[k]));
+
+    Exhaustive result;
+    std::atomic<std::uint64_t> next{0};
+    std::mutex mutex;
+    const auto work = [&](FloatErrorScan scan) {
+        for (std::uint64_t start; (start = next.fetch_add(chunk)) < total;) {
+            float by_pattern = 0;
+            decltype(result.near_one) near_one{};
+            for (std::uint64_t x = start; x < start + chunk; x += 8) {
+                const std::array<std::uint32_t, 8> got = kernel(static_cast<std::uint32_t>(x));
+                for (std::uint32_t lane = 0; lane < 8; ++lane) {
+                    const std::uint32_t input = static_cast<std::uint32_t>(x) + lane;
+                    const float error = static_cast<float>(scan.add(input, got[lane]));
+                    by_pattern = std::max(by_pattern, error);
+                    const bool above = input > one;
+                    const std::uint32_t distance = above ? input - one : one - input;
+                    if (distance != 0 && distance >> 23 == 0) {
+                        float& bin = near_one[above][static_cast<std::size_t>(std::bit_width(distance)) - 1];
+                        bin = std::max(bin, error);
+                    }
+                }
+            }
+            const std::lock_guard lock(mutex);
+            result.by_pattern[start / chunk] = by_pattern;
+            for (std::size_t side = 0; side < 2; ++side)
+                for (std::size_t k = 0; k < near_one[side].size(); ++k)
+                    result.near_one[side][k] = std::max(result.near_one[side][k], near_one[side][k]);
+            if (start / chunk % 64 == 0) progress(static_cast<double>(start) / static_cast<double>(total));
+        }
+        const std::lock_guard lock(mutex);
+        overall.merge(scan);
+    };
+    std::vector<std::thread> threads;
+    for (unsigned k = 0; k < std::max(1u, std::thread::hardware_concurrency()); ++k)
+        threads.emplace_back(work, overall);
+    for (std::thread& thread : threads) thread.join();
+    result.measured = {overall.max_error(), {overall.worst_input()}, overall.worst_got(), total};
+    return result;
+}
+
+std::string plot(const Exhaustive& errors) {
+    // Eight heights between a quarter and the largest error, each the same factor above the last.
+    constexpr const char* heights[] = {" ", "▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
+    const double largest = std::clamp(errors.measured.ulp, 0.5, 0x1p24);
+    const auto height = [&](double error) {
+        if (error < 0.25) return heights[error > 0];
+        return heights[1 + static_cast<int>(std::ceil(7 * std::log(error / 0.25) / std::log(largest / 0.25) - 1e-6))];
+    };
+    const auto row = [&](std::ostringstream& out, const std::string& label, std::span<const float> bins) {
+        char text[64];
+        const float most = *std::ranges::max_element(bins);
+        if (most == 0) return;
+        std::snprintf(text, sizeof text, "%-18s %12.4f  ", label.c_str(), most);
+        out << text;
+        for (float bin : bins) out << height(std::min<double>(bin, largest));
+        out << "\n";
+    };
+    std::ostringstream out;
+    for (int sign = 0; sign < 2; ++sign)
+        for (int exponent = 0; exponent < 255; ++exponent)
+            row(out,
+                (sign ? "-2^" : "2^") + std::to_string(std::max(exponent, 1) - 127) + (exponent ? "" : " subnormal"),
+                std::span(errors.by_pattern).subspan(static_cast<std::size_t>(sign * 2048 + exponent * 8), 8));
+    for (std::size_t side = 0; side < 2; ++side)
+        for (std::size_t k = 0; k < 23; ++k)
+            row(out, std::string(side ? "1 + 2^" : "1 - 2^") + std::to_string(static_cast<int>(k) - (side ? 23 : 24)),
+                std::span(errors.near_one[side]).subspan(k, 1));
+    return out.str();
+}
+
+std::uint64_t hash_of(const Family& family) {
+    const CallResult result = run_kernel(family, arguments_of(family, {}, 16));
+    // Every step is one to one in the hash, so that a single changed result can't be undone by later ones.
+    std::uint64_t hash = 0xcbf29ce484222325;
+    const auto add = [&](std::uint64_t pattern) { hash = std::rotl((hash ^ pattern) * 0x100000001b3, 23); };
+    for (const Patterns& output : result.outputs)
+        for (std::uint64_t pattern : output) add(pattern);
+    // The last bit of a high coefficient shows in one result of a million.
+    if (is_unary_float(family)) {
+        const EightFloats kernel(family);
+        for (std::uint32_t x = 0x3f000000; x < 0x40000000; x += 8)  // from 0.5 to 2
+            for (std::uint32_t pattern : kernel(x)) add(pattern);
+    }
+    return hash;
+}
+
+bool depends_on_processor(const DescribedFamily& described) {
+    return std::ranges::any_of(record_family(described).nodes, [](const Node& node) {
+        return node.op == Op::reciprocal || node.op == Op::reciprocal_sqrt;
+    });
+}
+
+std::string hash_file() {
+    std::ostringstream out;
+    out << "# Hashes of each family's results over a fixed set of arguments, so that any changed bit is deliberate.\n"
+           "# Written by `tuvo-accuracy --hashes`. Families that start from the processor's approximate reciprocal or\n"
+           "# reciprocal root are left out: its bits differ between processors, and theirs do with it.\n";
+    for (const DescribedFamily& described : described_families()) {
+        if (depends_on_processor(described)) continue;
+        char line[100];
+        std::snprintf(line, sizeof line, "%-24s %016llx\n", described.family->name().c_str(),
+                      static_cast<unsigned long long>(hash_of(*described.family)));
+        out << line;
+    }
+    return out.str();
+}
+
+double full_profile_limit(const Family& family) {
+    struct Limit {
+        std::string_view operations;  ///< each between spaces
+        double single, twice;         ///< in float and in double
+    };
+    constexpr Limit limits[] = {
+        {" fabs copysign nan ceil floor round trunc rint fdim fma fmax fmin fmod fract frexp ilogb ldexp logb maxmag "
+         "minmag"
+         " modf nextafter remainder remquo ",
+         0, 0},
+        {" div inv ", 2.5, 0},
+        {" sqrt ", 3, 0},
+        {" rsqrt cbrt log1p ", 2, 2},
+        {" exp exp2 exp10 expm1 log log2 log10 ", 3, 3},
+        {" acos asin sin cos sincos sincosreg sinpi cospi sinh cosh acosh asinh hypot ", 4, 4},
+        {" tan atan tanh atanh acospi asinpi atanpi ", 5, 5},
+        {" atan2 atan2pi tanpi ", 6, 6},
+        {" erf erfc tgamma pow powr pown rootn ", 16, 16},
+    };
+    if (family.tier == Tier::half) return 8192;
+    if (family.tier != Tier::standard || family.stem.starts_with("cvt")) return -1;
+    for (const Limit& limit : limits)
+        if (limit.operations.find(" " + family.operation + " ") != std::string_view::npos)
+            return family.element == Lane::f32 ? limit.single : limit.twice;
+    return -1;
+}
+
+}  // namespace tuvo

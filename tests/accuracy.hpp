@@ -1,0 +1,61 @@
+// Errors of the built kernels, as the accuracy test, the report and the plots want them.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "frame/families.hpp"
+
+namespace tuvo {
+
+/// Whether the oracle knows the family's operation.
+bool has_oracle(const Family& family);
+
+/// What the family's kernel gives for one lane.
+std::uint64_t result_of(const Family& family, std::span<const std::uint64_t> arguments);
+/// Error in ulp of a result for one lane; of families that work on bit patterns 0 or infinity. Throws
+/// std::invalid_argument for a family without an oracle.
+double error_of(const Family& family, std::span<const std::uint64_t> arguments, std::uint64_t got);
+
+struct Measured {
+    double ulp = 0;                      ///< largest error
+    std::vector<std::uint64_t> worst{};  ///< the arguments that gave it; empty without any error
+    std::uint64_t got = 0;               ///< the result there
+    std::uint64_t inputs = 0;            ///< how many were tried
+};
+
+/// Runs the kernel of width 16 over stratified arguments, dense around the thresholds of the accuracy line, and over
+/// the line's own worst case. Throws std::runtime_error where a call breaks its contract.
+Measured measure(const DescribedFamily& described);
+
+/// Errors of a unary float family over all 2^32 arguments.
+struct Exhaustive {
+    Measured measured;
+    /// The largest error by sign, exponent and the first three bits of the significand.
+    std::array<float, 4096> by_pattern{};
+    /// By distance from 1 in floats, 2^k to 2^(k+1) - 1: below 1, then above.
+    std::array<std::array<float, 23>, 2> near_one{};
+};
+/// Tries them all, on all processors. `progress` is told the part done, from 0 to 1. Throws std::invalid_argument for
+/// other families and for those that FloatErrorScan doesn't know.
+Exhaustive measure_all(const Family& family, const std::function<void(double)>& progress);
+
+/// The errors as lines of text, one an exponent, to look for steps.
+std::string plot(const Exhaustive& errors);
+
+/// A hash of the kernels' results over a fixed set of arguments, special ones included; over all from 0.5 to 2 for a
+/// family of one float.
+std::uint64_t hash_of(const Family& family);
+/// Whether results depend on the processor: the family uses its approximate reciprocals, whose bits differ by maker.
+bool depends_on_processor(const DescribedFamily& described);
+/// The file of hashes as it should be.
+std::string hash_file();
+
+/// The limit that the compute language's full profile sets, in ulp; negative where it sets none.
+double full_profile_limit(const Family& family);
+
+}  // namespace tuvo

@@ -1,0 +1,156 @@
+// tuvo-accuracy: the errors of the built kernels, measured against exact values. `--help` tells the rest.
+#include <bit>
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <regex>
+#include <sstream>
+
+#include "tests/accuracy.hpp"
+
+namespace {
+
+using namespace tuvo;
+
+constexpr const char* usage = R"(usage: tuvo-accuracy [--filter REGEX] [--markdown FILE]
+       tuvo-accuracy --exhaustive FAMILY [--plot FILE]
+       tuvo-accuracy --hashes [FILE]
+
+Without options: each family's largest error over stratified arguments, as a table; --markdown writes the document.
+--exhaustive runs all 2^32 arguments of a family of one float and shows the errors by exponent, or writes them to FILE.
+--hashes renews the hashes of the results that a test compares.
+)";
+
+void write_file(const std::string& file, const std::string& text) {
+    std::ofstream out(file);
+    out << text;
+    if (!out.flush()) throw std::runtime_error("can't write " + file);
+    std::cerr << "wrote " << file << "\n";
+}
+
+std::string lane_text(Lane lane, std::uint64_t pattern) {
+    char text[64];
+    if (lane == Lane::f32)
+        std::snprintf(text, sizeof text, "%.9g (0x%08x)", std::bit_cast<float>(static_cast<std::uint32_t>(pattern)),
+                      static_cast<unsigned>(pattern));
+    else if (lane == Lane::f64)
+        std::snprintf(text, sizeof text, "%.17g (0x%016llx)", std::bit_cast<double>(pattern),
+                      static_cast<unsigned long long>(pattern));
+    else
+        std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(pattern));
+    return text;
+}
+
+std::string worst_text(const Family& family, const Measured& measured) {
+    std::string text;
+    for (std::size_t a = 0; a < measured.worst.size(); ++a)
+        text += (a ? ", " : "") + lane_text(family.arguments[a], measured.worst[a]);
+    return text;
+}
+
+/// The figure as an accuracy line has it: rounded up at the fourth significant digit.
+std::string line_text(double ulp) {
+    if (ulp == 0 || !std::isfinite(ulp)) return ulp == 0 ? "0" : "wrong";
+    const double unit = std::pow(10.0, std::floor(std::log10(ulp)) - 3);
+    char text[32];
+    std::snprintf(text, sizeof text, "%.*f", std::max(0, -static_cast<int>(std::floor(std::log10(unit) + 0.5))),
+                  std::ceil(ulp / unit) * unit);
+    return text;
+}
+
+std::string table(const std::regex& filter) {
+    std::ostringstream out;
+    out << "| family | ulp | at | result | arguments tried | limit |\n|:---|---:|:---|:---|---:|---:|\n";
+    for (const DescribedFamily& described : described_families()) {
+        const Family& family = *described.family;
+        if (!std::regex_search(family.name(), filter)) continue;
+        out << "| " << family.name() << " | ";
+        if (!has_oracle(family)) {
+            out << "not measured | | | | |\n";
+            continue;
+        }
+        const Measured measured = measure(described);
+        const bool exact = measured.ulp == 0;
+        const double limit = full_profile_limit(family);
+        out << line_text(measured.ulp) << " | " << (exact ? "" : worst_text(family, measured)) << " | "
+            << (exact ? "" : lane_text(family.results[0], measured.got)) << " | " << measured.inputs << " | ";
+        if (limit >= 0) out << limit;
+        out << " |\n";
+    }
+    return out.str();
+}
+
+constexpr const char* introduction = R"(# Accuracy
+
+Written by `./run accuracy`. Errors are in ulp of the result's type at the exact value, measured on the built library's
+kernels at width 16 against MPFR; the other widths give the same bits. An exact family has 0.
+
+Arguments are stratified: every exponent, powers of two and their neighbours, arguments near 1, subnormals, special
+values, the neighbours of each threshold of the method, and random ones from 2^-6 to 2^7. The worst case that a family's
+registration claims is among them; for families of one float it is the worst of all 2^32 arguments
+(`./run accuracy --exhaustive FAMILY`). A test fails where a family exceeds its claim, and where the claimed worst case
+no longer gives the claimed error.
+
+The limit is that of the compute language's full profile for the operation, and for its half_ functions at the tier
+`_half`. It sets none for native_ functions. Results of families that start from the processor's approximate
+reciprocal can differ in the last bits between makers of processors.
+
+)";
+
+int exhaustive(const std::string& name, const std::string& file) {
+    const DescribedFamily* described = find_described(name);
+    if (!described) throw std::runtime_error("no family " + name + " is described");
+    const Family& family = *described->family;
+    const Exhaustive errors = measure_all(family, [&](double part) {
+        std::cerr << "\r" << name << " " << static_cast<int>(100 * part) << " %" << std::flush;
+    });
+    std::cerr << "\r";
+    file.empty() ? void(std::cout << plot(errors)) : write_file(file, plot(errors));
+    char ulp[32];
+    std::snprintf(ulp, sizeof ulp, "%.6f", errors.measured.ulp);
+    std::cout << name << ": " << ulp << " ulp at " << worst_text(family, errors.measured) << ", result "
+              << lane_text(family.results[0], errors.measured.got) << "\n";
+    return 0;
+}
+
+int run(const std::vector<std::string>& arguments) {
+    std::string markdown, filter, family, plot_file;
+    for (std::size_t k = 0; k < arguments.size(); ++k) {
+        const bool more = k + 1 < arguments.size();
+        if (arguments[k] == "--hashes") {
+            write_file(more ? arguments[k + 1] : TUVO_HASHES, hash_file());
+            return 0;
+        }
+        if (arguments[k] == "--markdown" && more)
+            markdown = arguments[++k];
+        else if (arguments[k] == "--filter" && more)
+            filter = arguments[++k];
+        else if (arguments[k] == "--exhaustive" && more)
+            family = arguments[++k];
+        else if (arguments[k] == "--plot" && more)
+            plot_file = arguments[++k];
+        else {
+            std::cerr << usage;
+            return arguments[k] == "--help" ? 0 : 2;
+        }
+    }
+    if (!family.empty()) return exhaustive(family, plot_file);
+    const std::string text = table(std::regex(filter));
+    if (markdown.empty())
+        std::cout << text;
+    else
+        write_file(markdown, introduction + text);
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return run({argv + 1, argv + argc});
+    } catch (const std::exception& error) {
+        std::cerr << "tuvo-accuracy: " << error.what() << "\n";
+        return 1;
+    }
+}
