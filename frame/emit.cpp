@@ -58,7 +58,7 @@ bool allowed(const Instruction& i) {
         "vpxor",      "vpslld",     "vpsllq",      "vpsrld",    "vpsrlq",    "vpsrad",    "vpcmpeqd",  "vpcmpeqq",
         "vpcmpgtd",   "vpcmpgtq",   "vpblendw",    "vpackssdw", "vpacksswb", "vpmovmskb", "vpmovzxdq", "vpmovsxdq",
         "vpextrd"};
-    static const std::set<std::string> general{"mov", "movsxd", "and", "or", "xor"};
+    static const std::set<std::string> general{"mov", "movsxd", "and", "or", "xor", "shl"};
     if (both.contains(i.mnemonic)) return true;
     const bool wide = i.dst_bits == 256 ||
                       std::any_of(i.sources.begin(), i.sources.end(), [](const Operand& o) { return o.bits == 256; });
@@ -257,12 +257,17 @@ private:
             return;
         }
         const std::string dst = register_name(i.dst_file, i.dst, i.dst_bits);
+        if (i.mnemonic == "shl") {
+            const std::string source = operand(i.sources[0]);
+            if (dst != source) line("mov " + dst + ", " + source);
+            line("shl " + dst + ", " + std::to_string(i.immediate));
+            return;
+        }
         if (i.mnemonic == "or" || i.mnemonic == "and" || i.mnemonic == "xor") {
             two_operand(i, dst);
             return;
         }
         std::string text = i.mnemonic + " " + dst;
-        if (i.mnemonic == "vpxor" && i.sources.empty()) text += ", " + dst + ", " + dst;
         for (const Operand& o : i.sources) text += ", " + operand(o);
         if (i.immediate >= 0) text += ", " + std::to_string(i.immediate);
         line(text, i.comment);

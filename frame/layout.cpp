@@ -815,30 +815,39 @@ private:
     /// Bits of a joined mask that stand for lanes; 0 where all do. At widths 1 and 2 the lanes above hold copies.
     int cut() const { return width_ <= 2 ? (1 << width_) - 1 : 0; }
 
-    /// The rare mask: bit i for lane i, in a general register.
+    /// The rare mask: bit i for lane i, in a general register. Sign bits are taken from the registers as they are and
+    /// shifted together; only the four halves of sixteen lanes are packed to bytes first. Packing two halves as well
+    /// would give the same bits, but write three vector registers more, and those limit how many calls are in flight:
+    /// the default logarithm of eight lanes gains 2 % this way.
     int join_mask(int node) {
-        const Type type = program_.nodes[node].type;
-        const auto move = [&](const char* name, Operand source) { return emit(name, 32, {source}, -1, File::general); };
-        const bool single = type == Type::m32;
         if (is_constant(node)) throw std::invalid_argument(program_.name + ": a rare test on a constant");
-        if (width_ <= 2 || (single && width_ <= 4))
-            return move(single ? "vmovmskps" : "vmovmskpd", in_register(node, Shape::whole, 0, 128));
-        std::vector<int> words = parts(node, Shape::half);
-        if (!single) {  // the high words of two registers of long masks
-            std::vector<int> packed;
-            for (std::size_t p = 0; p < words.size(); p += 2)
-                packed.push_back(emit("vshufps", 128, {reg(words[p], 128), reg(words[p + 1], 128)}, 0xdd));
-            words = packed;
+        const Shape shape = has(node, Shape::whole) ? Shape::whole : Shape::half;
+        std::vector<int> registers = parts(node, shape);
+        bool single = program_.nodes[node].type == Type::m32;
+        if (shape == Shape::half && !single) {  // the high words of two registers of long masks
+            std::vector<int> words;
+            for (std::size_t p = 0; p < registers.size(); p += 2)
+                words.push_back(emit("vshufps", 128, {reg(registers[p], 128), reg(registers[p + 1], 128)}, 0xdd));
+            registers = words;
+            single = true;
         }
-        if (words.size() == 1) return move("vmovmskps", reg(words[0], 128));
-        std::vector<int> shorts;
-        for (std::size_t p = 0; p < words.size(); p += 2)
-            shorts.push_back(emit("vpackssdw", 128, {reg(words[p], 128), reg(words[p + 1], 128)}));
-        const int bytes =
-            shorts.size() == 2
-                ? emit("vpacksswb", 128, {reg(shorts[0]), reg(shorts[1])})
-                : emit("vpacksswb", 128, {reg(shorts[0]), reg(rematerialized("vpxor", {}, 128, File::vector, "zero"))});
-        return move("vpmovmskb", reg(bytes));
+        if (shape == Shape::half && registers.size() == 4) {
+            const auto pack = [&](const char* name, int low, int high) {
+                return emit(name, 128, {reg(low, 128), reg(high, 128)});
+            };
+            const int low = pack("vpackssdw", registers[0], registers[1]);
+            const int high = pack("vpackssdw", registers[2], registers[3]);
+            return emit("vpmovmskb", 32, {reg(pack("vpacksswb", low, high))}, -1, File::general);
+        }
+        int all = -1;
+        for (std::size_t p = 0; p < registers.size(); ++p) {
+            const int bits = shape == Shape::half ? 128 : whole_bits(program_.nodes[node].type);
+            const int lanes_each = bits / (single ? 32 : 64);
+            int part = emit(single ? "vmovmskps" : "vmovmskpd", 32, {reg(registers[p], bits)}, -1, File::general);
+            if (p > 0) part = emit("shl", 32, {reg(part, 32)}, int(p) * lanes_each, File::general);
+            all = p == 0 ? part : or_general({all, part});
+        }
+        return all;
     }
 
     /// Whether any lane is set: nonzero in a general register, whatever the order of its bits.
