@@ -138,13 +138,6 @@ void Table::print(std::ostream& out) const {
         << mean("Shorter tiers against the entries of 3.5 ulp", shorter);
 }
 
-std::string processor() {
-    std::ifstream info("/proc/cpuinfo");
-    for (std::string line; std::getline(info, line);)
-        if (line.starts_with("model name")) return line.substr(line.find(':') + 2);
-    return "an unknown processor";
-}
-
 void write_file(const std::string& file, const std::string& text) {
     std::ofstream out(file);
     out << text;
@@ -160,8 +153,7 @@ Written by `tuvo-bench --markdown`; run `./run bench` for the figures of another
 
 ## Beside peers
 
-One run on )"
-        << processor() << R"(. Each kernel takes turns of some microseconds with its peers, and the
+All of one run on one machine. Each kernel takes turns of some microseconds with its peers, and the
 measurements are repeated in random order over the whole run; the quietest turns count. Figures are ratios: how many
 times as fast the kernel is as the peer. On a shared machine they move by some percent from run to run, and a figure of
 one run is not to be compared with a figure of another.
