@@ -122,19 +122,6 @@ inline float binary_polynomial(float v) {
                   f32(0x3223fe93, 9.5457322e-09f), f32(0xb6b1720f, -5.2882892e-06f), f32(0xbf7f0000, -0.99609375f));
 }
 
-inline float binary_logarithm(Argument argument) {
-    const float d = argument.t - 1.0f;
-    if (__builtin_fabsf(d) <= near_one) {
-        const float s = d * binary_scale;
-        return s + s * binary_polynomial(s);
-    }
-    const Reduction m = reduce(argument.t, log2f_table);
-    const float v = m.c * m.tail;
-    const float u = m.head * m.c - binary_scale;
-    const float g = binary_polynomial(u + v);
-    return ((argument.exponent + m.hi) + u) + ((v + (v * g + m.lo)) + u * g);
-}
-
 /// Q for base 10.
 inline float decimal_polynomial(float v) {
     return horner(v, f32(0xa22b5dae, -2.3224415e-18f), f32(0x25aa5bfd, 2.9552633e-16f),
@@ -142,19 +129,35 @@ inline float decimal_polynomial(float v) {
                   f32(0x33e23666, 1.053384e-07f), f32(0xb7935d5a, -1.7567236e-05f), f32(0xbf7f0000, -0.99609375f));
 }
 
-inline float decimal_logarithm(Argument argument) {
+/// `rebuild` puts E and the entry's logarithm back, from the reduction, u, v and Q(u + v).
+template <class Polynomial, class Rebuild>
+inline float scaled_logarithm(Argument argument, float scale, const float (&table)[65][3], Polynomial polynomial,
+                              Rebuild rebuild) {
     const float d = argument.t - 1.0f;
     if (__builtin_fabsf(d) <= near_one) {
-        const float s = d * decimal_scale;
-        return s + s * decimal_polynomial(s);
+        const float s = d * scale;
+        return s + s * polynomial(s);
     }
-    const Reduction m = reduce(argument.t, log10f_table);
+    const Reduction m = reduce(argument.t, table);
     const float v = m.c * m.tail;
-    const float u = m.head * m.c - decimal_scale;
-    const float g = decimal_polynomial(u + v);
+    const float u = m.head * m.c - scale;
+    return rebuild(m, u, v, polynomial(u + v));
+}
+
+inline float binary_logarithm(Argument argument) {
+    return scaled_logarithm(argument, binary_scale, log2f_table, binary_polynomial,
+                            [&](const Reduction& m, float u, float v, float g) {
+                                return ((argument.exponent + m.hi) + u) + ((v + (v * g + m.lo)) + u * g);
+                            });
+}
+
+inline float decimal_logarithm(Argument argument) {
     const float e_hi = f32(0x3e9a0000, 0.30078125f) * argument.exponent;  // exact, and so is its sum with hi
     const float e_lo = argument.exponent * f32(0x39826a14, 0.00024874567f);
-    return ((e_hi + m.hi) + u) + ((v + ((e_lo + m.lo) + v * g)) + u * g);
+    return scaled_logarithm(argument, decimal_scale, log10f_table, decimal_polynomial,
+                            [&](const Reduction& m, float u, float v, float g) {
+                                return ((e_hi + m.hi) + u) + ((v + ((e_lo + m.lo) + v * g)) + u * g);
+                            });
 }
 
 }  // namespace

@@ -269,7 +269,6 @@ private:
         if (again != never && again < position_ + 12) return false;
         if (rematerializes(last.reg)) {
             const Instruction& load = kernel_.constants[kernel_.registers[last.reg].rematerialize];
-            if (load.sources.empty()) return false;
             const Operand& source = load.sources[0];
             if (source.kind != Operand::Kind::memory || source.bits < bits) return false;
             last = source;

@@ -6,7 +6,6 @@
 // costs nothing, a high half is an extract, a whole from halves is an insert.
 #include <algorithm>
 #include <cstring>
-#include <optional>
 #include <stdexcept>
 
 #include "frame/machine.hpp"
@@ -327,8 +326,6 @@ private:
     }
 
     // Arguments.
-
-    std::vector<int> result_or_argument_bits(Lane lane) const { return part_bits(lane, width_); }
 
     void enter_arguments() {
         int next_vector = 0, next_general = 0;
@@ -1194,7 +1191,6 @@ private:
                     pin(r, next++);
                 }
         }
-        kernel_.result_registers = next;
         if (family_.out) {
             stored = 0;
             const int bytes = out_bytes(family_, width_);

@@ -109,7 +109,6 @@ struct Kernel {
     std::vector<Instruction> constants;  ///< loads by which registers are rematerialized
     std::vector<KernelSection> sections{KernelSection{}};
     std::vector<PoolItem> pool;
-    int result_registers = 0;  ///< vector registers that carry results, from 0 upward
     bool returns_256 = false;
     bool works_256 = false;  ///< executes 256-bit instructions
 };

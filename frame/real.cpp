@@ -77,13 +77,6 @@ float Real::to_float() const { return mpfr_get_flt(value_, MPFR_RNDN); }
 
 double Real::to_double() const { return mpfr_get_d(value_, MPFR_RNDN); }
 
-Real Real::rounded_to_bits(int bits) const {
-    Real result(*this);
-    mpfr_prec_round(result.value_, bits, MPFR_RNDN);
-    mpfr_prec_round(result.value_, precision, MPFR_RNDN);
-    return result;
-}
-
 Real Real::rounded_to_grid(int exponent) const {
     Real result;
     mpfr_mul_2si(result.value_, value_, -exponent, MPFR_RNDN);

@@ -34,8 +34,6 @@ public:
     float to_float() const;
     double to_double() const;
 
-    /// Rounded to nearest with `bits` significant bits, 1 to `precision`.
-    Real rounded_to_bits(int bits) const;
     /// The nearest multiple of 2^`exponent`, ties to even.
     Real rounded_to_grid(int exponent) const;
 

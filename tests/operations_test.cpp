@@ -82,43 +82,41 @@ TEST(Names, DigitsOfTheOperationAndOfTheWidthAreToldApart) {
 }
 
 TEST(Names, OtherTextHasNoReading) {
-    const char* junk[] = {
-        "",
-        "4",
-        "log",
-        "logf",
-        "logf5",
-        "logf04",
-        "logf32",
-        "logf4f",
-        "Logf4",
-        " logf4",
-        "logf4 ",
-        "logf4_fast",
-        "logf4_",
-        "logf_half4",
-        "log4_half",
-        "log4_rm",
-        "log_native",
-        "logf4_rm_rm",
-        "powf4_half",
-        "fma4_rm",
-        "sqrtf4_rm",
-        "idivf4",
-        "udiv4f",
-        "atan2162",
-        "atan232",
-        "exp101f6",
-        "cvtfptoi32rte4",
-        "cvti32tofp4",
-        "cvtfp64tofp32rtef4",
-        "cvtfptoi32satrte4",
-        "_native",
-        "logf4_native_half",
-        "__ocl_tuvo_e9_logf4",
-        "logf4_rare",
-        "logf_rare",
-    };
+    const char* junk[] = {"",
+                          "4",
+                          "log",
+                          "logf",
+                          "logf5",
+                          "logf04",
+                          "logf32",
+                          "logf4f",
+                          "Logf4",
+                          " logf4",
+                          "logf4 ",
+                          "logf4_fast",
+                          "logf4_",
+                          "logf_half4",
+                          "log4_half",
+                          "log4_rm",
+                          "log_native",
+                          "logf4_rm_rm",
+                          "powf4_half",
+                          "fma4_rm",
+                          "sqrtf4_rm",
+                          "idivf4",
+                          "udiv4f",
+                          "atan2162",
+                          "atan232",
+                          "exp101f6",
+                          "cvtfptoi32rte4",
+                          "cvti32tofp4",
+                          "cvtfp64tofp32rtef4",
+                          "cvtfptoi32satrte4",
+                          "_native",
+                          "logf4_native_half",
+                          "__ocl_tuvo_e9_logf4",
+                          "logf4_rare",
+                          "logf_rare"};
     for (const char* name : junk) EXPECT_TRUE(parse_short_name(name).empty()) << name;
 
     // Whatever else is read must be the spelling of what it was read as.
@@ -225,58 +223,33 @@ TEST(Families, ShapesOfTheUnusualOnes) {
 }
 
 TEST(Families, RarePathsAndBlocksWhereTiersDiffer) {
-    struct Case {
-        const char* name;
+    struct Group {
         bool has_rare;
         int blocks;
+        std::vector<const char*> names;
     };
-    const Case cases[] = {
-        {"logf", true, 1},
-        {"logf_rm", true, 1},
-        {"atanf", false, 1},
-        {"atanf_native", true, 1},
-        {"atan", false, 1},
-        {"atan_native", true, 1},
-        {"hypotf", true, 1},
-        {"hypotf_native", false, 0},
-        {"hypot_native", true, 1},
-        {"divf", false, 0},
-        {"divf_half", true, 1},
-        {"div", true, 1},
-        {"invf", false, 1},
-        {"invf_rm", true, 1},
-        {"inv", true, 1},
-        {"inv_native", false, 1},
-        {"sqrtf", false, 0},
-        {"sqrtf_half", true, 1},
-        {"sqrt_native", false, 0},
-        {"cospif", true, 1},
-        {"cospi", false, 1},
-        {"erfc", true, 1},
-        {"erf", false, 1},
-        {"fmaf_rm", true, 0},
-        {"sinf_half", true, 2},
-        {"sincosf_rm", true, 2},
-        {"sin", true, 3},
-        {"sin_native", true, 1},
-        {"tan", true, 2},
-        {"tan_native", true, 2},
-        {"sincosreg", true, 3},
-        {"lgamma", true, 0},
-        {"cvtfptoi32rtznosatf", false, 0},
-        {"cvtfptou32rtznosatf", false, 1},
-        {"cvtfptoi32rtzsatf", false, 1},
-        {"cvti32tofprtz", false, 0},
-        {"cvti32tofprtzf", false, 1},
-        {"cvtfp64tofp32rte", false, 0},
-        {"cvtfp64tofp32rtz", false, 1},
-        {"idivrem", false, 0},
+    const Group groups[] = {
+        {false,
+         0,
+         {"hypotf_native", "divf", "sqrtf", "sqrt_native", "cvtfptoi32rtznosatf", "cvti32tofprtz", "cvtfp64tofp32rte",
+          "idivrem"}},
+        {false,
+         1,
+         {"atanf", "atan", "invf", "inv_native", "cospi", "erf", "cvtfptou32rtznosatf", "cvtfptoi32rtzsatf",
+          "cvti32tofprtzf", "cvtfp64tofp32rtz"}},
+        {true, 0, {"fmaf_rm", "lgamma"}},
+        {true,
+         1,
+         {"logf", "logf_rm", "atanf_native", "atan_native", "hypotf", "hypot_native", "divf_half", "div", "invf_rm",
+          "inv", "sqrtf_half", "cospif", "erfc", "sin_native"}},
+        {true, 2, {"sinf_half", "sincosf_rm", "tan", "tan_native"}},
+        {true, 3, {"sin", "sincosreg"}},
     };
-    for (const Case& expected : cases) {
-        const Family& family = family_named(expected.name);
-        EXPECT_EQ(family.has_rare, expected.has_rare) << expected.name;
-        EXPECT_EQ(family.blocks, expected.blocks) << expected.name;
-    }
+    for (const Group& group : groups)
+        for (const char* name : group.names) {
+            EXPECT_EQ(family_named(name).has_rare, group.has_rare) << name;
+            EXPECT_EQ(family_named(name).blocks, group.blocks) << name;
+        }
     EXPECT_EQ(family_named("logf_half").rare_routine, "logf_rare");
     EXPECT_EQ(family_named("log").rare_routine, "log_rare");
     EXPECT_EQ(family_named("atanf").rare_routine, "");

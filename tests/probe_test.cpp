@@ -165,46 +165,12 @@ bad_stack_of_arguments:
 )");
 
 extern "C" {
-#define DECLARE(name) void name();
-DECLARE(good_move8)
-DECLARE(good_swap8)
-DECLARE(good_int_part4)
-DECLARE(good_last16)
-DECLARE(good_ldexp1)
-DECLARE(good_divide1)
-DECLARE(good_long1)
-DECLARE(good_pair1)
-DECLARE(good_pair2)
-DECLARE(good_pair16)
-DECLARE(good_read_modes1)
-DECLARE(good_out3)
-DECLARE(good_memory16)
-DECLARE(good_memory_pair16)
-DECLARE(bad_rbx)
-DECLARE(bad_rbp)
-DECLARE(bad_r15)
-DECLARE(bad_rsi)
-DECLARE(bad_rdi)
-DECLARE(bad_rsp)
-DECLARE(bad_ymm8)
-DECLARE(bad_ymm15)
-DECLARE(bad_mxcsr)
-DECLARE(bad_x87_control)
-DECLARE(bad_x87_stack)
-DECLARE(bad_direction)
-DECLARE(bad_dirty)
-DECLARE(bad_stack)
-DECLARE(bad_far_stack)
-DECLARE(good_store4)
-DECLARE(bad_behind)
-DECLARE(bad_before)
-DECLARE(bad_short)
-DECLARE(good_fma8)
-DECLARE(bad_rax)
-DECLARE(bad_buffer)
-DECLARE(bad_buffer_short)
-DECLARE(bad_stack_of_arguments)
-#undef DECLARE
+void good_move8(), good_swap8(), good_int_part4(), good_last16(), good_ldexp1(), good_divide1(), good_long1(),
+    good_pair1(), good_pair2(), good_pair16(), good_read_modes1(), good_out3(), good_memory16(), good_memory_pair16(),
+    bad_rbx(), bad_rbp(), bad_r15(), bad_rsi(), bad_rdi(), bad_rsp(), bad_ymm8(), bad_ymm15(), bad_mxcsr(),
+    bad_x87_control(), bad_x87_stack(), bad_direction(), bad_dirty(), bad_stack(), bad_far_stack(), good_store4(),
+    bad_behind(), bad_before(), bad_short(), good_fma8(), bad_rax(), bad_buffer(), bad_buffer_short(),
+    bad_stack_of_arguments();
 }
 
 namespace tuvo {
