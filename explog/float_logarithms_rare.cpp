@@ -49,14 +49,14 @@ struct Argument {
 /// The special cases that all logarithms share; `positive(Argument)` gives the logarithm of positive finite arguments.
 template <class Positive>
 inline RareStatus logarithm(float x, float* r, SubnormalScale scale, Positive positive) {
-    if (exponent_field(x) == exponent_field_all_ones && bits(x) != minus_infinity) {
+    if (exponent_field(x) == exponent_field_all_ones<float> && bits(x) != minus_infinity) {
         *r = x * x;  // infinity stays, NaN is quieted
         return RareStatus::ordinary;
     }
     const bool scaled = exponent_field(x) == 0;
     const float t = scaled ? x * scale.factor : x;
     if (t > 0.0f) {
-        const int e = exponent_field(t) - exponent_bias - (scaled ? scale.bits : 0);
+        const int e = exponent_field(t) - exponent_bias<float> - (scaled ? scale.bits : 0);
         *r = positive(Argument{t, static_cast<float>(e), scaled});
         return RareStatus::ordinary;
     }

@@ -114,7 +114,17 @@ Real power_of_two(int exponent) {
     return result;
 }
 
+Real sqrt(const Real& x) { return apply(mpfr_sqrt, x); }
+
+Real hypot(const Real& x, const Real& y) { return apply(mpfr_hypot, x, y); }
+
 Real exp(const Real& x) { return apply(mpfr_exp, x); }
+
+Real exp2(const Real& x) { return apply(mpfr_exp2, x); }
+
+Real exp10(const Real& x) { return apply(mpfr_exp10, x); }
+
+Real expm1(const Real& x) { return apply(mpfr_expm1, x); }
 
 Real log(const Real& x) { return apply(mpfr_log, x); }
 
@@ -123,5 +133,11 @@ Real log2(const Real& x) { return apply(mpfr_log2, x); }
 Real log10(const Real& x) { return apply(mpfr_log10, x); }
 
 Real log1p(const Real& x) { return apply(mpfr_log1p, x); }
+
+Real sin(const Real& x) { return apply(mpfr_sin, x); }
+
+Real cos(const Real& x) { return apply(mpfr_cos, x); }
+
+Real tan(const Real& x) { return apply(mpfr_tan, x); }
 
 }  // namespace tuvo

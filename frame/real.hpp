@@ -66,10 +66,18 @@ private:
 Real abs(const Real& x);
 /// 2^exponent.
 Real power_of_two(int exponent);
+Real sqrt(const Real& x);
+Real hypot(const Real& x, const Real& y);
 Real exp(const Real& x);
+Real exp2(const Real& x);
+Real exp10(const Real& x);
+Real expm1(const Real& x);
 Real log(const Real& x);
 Real log2(const Real& x);
 Real log10(const Real& x);
 Real log1p(const Real& x);
+Real sin(const Real& x);
+Real cos(const Real& x);
+Real tan(const Real& x);
 
 }  // namespace tuvo

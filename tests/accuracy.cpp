@@ -94,28 +94,34 @@ private:
 }  // namespace
 
 bool has_oracle(const Family& family) {
-    if (family.outputs().size() != 1) return false;
     const Patterns zeros(family.arguments.size());
-    return exact_pattern(family.operation, zeros, family.results[0]) ||
-           oracle(family.operation, std::vector<Real>(zeros.size(), Real(1)));
+    if (exact_outputs(family, zeros)) return true;
+    const std::vector<Real> ones(zeros.size(), Real(1));
+    return oracle(family.operation, ones, family.outputs().size() - 1).has_value();
 }
 
-std::uint64_t result_of(const Family& family, std::span<const std::uint64_t> arguments) {
+std::vector<std::uint64_t> outputs_of(const Family& family, std::span<const std::uint64_t> arguments) {
     std::vector<Patterns> lanes;
     for (std::uint64_t argument : arguments) lanes.push_back({argument});
-    return run_kernel(family, lanes).outputs[0][0];
+    std::vector<std::uint64_t> outputs;
+    for (const Patterns& output : run_kernel(family, lanes).outputs) outputs.push_back(output[0]);
+    return outputs;
 }
 
-double error_of(const Family& family, std::span<const std::uint64_t> arguments, std::uint64_t got) {
-    const Lane result = family.results[0];
-    if (const auto expected = exact_pattern(family.operation, arguments, result))
-        return got == *expected ? 0 : std::numeric_limits<double>::infinity();
+double error_of(const Family& family, std::span<const std::uint64_t> arguments, std::span<const std::uint64_t> got) {
+    if (const auto expected = exact_outputs(family, arguments))
+        return std::ranges::equal(got, *expected) ? 0 : std::numeric_limits<double>::infinity();
     std::vector<Real> values;
     for (std::size_t a = 0; a < arguments.size(); ++a)
         values.push_back(Real::from_pattern(family.arguments[a], arguments[a]));
-    const std::optional<Real> exact = oracle(family.operation, values);
-    if (!exact) throw std::invalid_argument("the oracle does not know " + family.operation);
-    return ulp_error(result, got, *exact);
+    const std::vector<Lane> lanes = family.outputs();
+    double largest = 0;
+    for (std::size_t k = 0; k < lanes.size(); ++k) {
+        const std::optional<Real> exact = oracle(family.operation, values, k);
+        if (!exact) throw std::invalid_argument("the oracle does not know " + family.operation);
+        largest = std::max(largest, ulp_error(lanes[k], got[k], *exact));
+    }
+    return largest;
 }
 
 Measured measure(const DescribedFamily& described) {
@@ -134,17 +140,18 @@ Measured measure(const DescribedFamily& described) {
             scan.add(static_cast<std::uint32_t>(arguments[0][k]), static_cast<std::uint32_t>(result.outputs[0][k]));
         measured.ulp = scan.max_error();
         measured.worst = {scan.worst_input()};
-        measured.got = scan.worst_got();
+        measured.got = {scan.worst_got()};
         return measured;
     }
     for (std::size_t k = 0; k < measured.inputs; ++k) {
-        Patterns lane;
+        Patterns lane, got;
         for (const Patterns& argument : arguments) lane.push_back(argument[k]);
-        const double error = error_of(family, lane, result.outputs[0][k]);
+        for (const Patterns& output : result.outputs) got.push_back(output[k]);
+        const double error = error_of(family, lane, got);
         if (error > measured.ulp) {
             measured.ulp = error;
             measured.worst = lane;
-            measured.got = result.outputs[0][k];
+            measured.got = got;
         }
     }
     return measured;
@@ -197,7 +204,7 @@ Exhaustive measure_all(const Family& family, const std::function<void(double)>& 
     for (unsigned k = 0; k < std::max(1u, std::thread::hardware_concurrency()); ++k)
         threads.emplace_back(work, overall);
     for (std::thread& thread : threads) thread.join();
-    result.measured = {overall.max_error(), {overall.worst_input()}, overall.worst_got(), total};
+    result.measured = {overall.max_error(), {overall.worst_input()}, {overall.worst_got()}, total};
     return result;
 }
 

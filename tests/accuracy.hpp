@@ -15,16 +15,16 @@ namespace tuvo {
 /// Whether the oracle knows the family's operation.
 bool has_oracle(const Family& family);
 
-/// What the family's kernel gives for one lane.
-std::uint64_t result_of(const Family& family, std::span<const std::uint64_t> arguments);
-/// Error in ulp of a result for one lane; of families that work on bit patterns 0 or infinity. Throws
-/// std::invalid_argument for a family without an oracle.
-double error_of(const Family& family, std::span<const std::uint64_t> arguments, std::uint64_t got);
+/// What the family's kernel gives for one lane: its results, then the out-value.
+std::vector<std::uint64_t> outputs_of(const Family& family, std::span<const std::uint64_t> arguments);
+/// Error in ulp of the outputs for one lane, the largest of them; of families that are defined bit by bit 0 or
+/// infinity. Throws std::invalid_argument for a family without an oracle.
+double error_of(const Family& family, std::span<const std::uint64_t> arguments, std::span<const std::uint64_t> got);
 
 struct Measured {
     double ulp = 0;                      ///< largest error
     std::vector<std::uint64_t> worst{};  ///< the arguments that gave it; empty without any error
-    std::uint64_t got = 0;               ///< the result there
+    std::vector<std::uint64_t> got{};    ///< the outputs there
     std::uint64_t inputs = 0;            ///< how many were tried
 };
 

@@ -42,10 +42,9 @@ std::string lane_text(Lane lane, std::uint64_t pattern) {
     return text;
 }
 
-std::string worst_text(const Family& family, const Measured& measured) {
+std::string lanes_text(const std::vector<Lane>& lanes, const std::vector<std::uint64_t>& patterns) {
     std::string text;
-    for (std::size_t a = 0; a < measured.worst.size(); ++a)
-        text += (a ? ", " : "") + lane_text(family.arguments[a], measured.worst[a]);
+    for (std::size_t k = 0; k < patterns.size(); ++k) text += (k ? ", " : "") + lane_text(lanes[k], patterns[k]);
     return text;
 }
 
@@ -73,8 +72,8 @@ std::string table(const std::regex& filter) {
         const Measured measured = measure(described);
         const bool exact = measured.ulp == 0;
         const double limit = full_profile_limit(family);
-        out << line_text(measured.ulp) << " | " << (exact ? "" : worst_text(family, measured)) << " | "
-            << (exact ? "" : lane_text(family.results[0], measured.got)) << " | " << measured.inputs << " | ";
+        out << line_text(measured.ulp) << " | " << (exact ? "" : lanes_text(family.arguments, measured.worst)) << " | "
+            << (exact ? "" : lanes_text(family.outputs(), measured.got)) << " | " << measured.inputs << " | ";
         if (limit >= 0) out << limit;
         out << " |\n";
     }
@@ -109,8 +108,8 @@ int exhaustive(const std::string& name, const std::string& file) {
     file.empty() ? void(std::cout << plot(errors)) : write_file(file, plot(errors));
     char ulp[32];
     std::snprintf(ulp, sizeof ulp, "%.6f", errors.measured.ulp);
-    std::cout << name << ": " << ulp << " ulp at " << worst_text(family, errors.measured) << ", result "
-              << lane_text(family.results[0], errors.measured.got) << "\n";
+    std::cout << name << ": " << ulp << " ulp at " << lanes_text(family.arguments, errors.measured.worst) << ", result "
+              << lanes_text(family.outputs(), errors.measured.got) << "\n";
     return 0;
 }
 

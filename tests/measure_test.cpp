@@ -61,7 +61,7 @@ TEST(Measure, PeersComputeTheSameFunction) {
     if (!have_vector_peer()) GTEST_SKIP() << "SLEEF is not installed";
     int peers_seen = 0;
     for (const Family* family : built_families()) {
-        if (!has_oracle(*family)) continue;
+        if (!has_oracle(*family) || family->outputs().size() != 1) continue;
         for (int width : {1, 4, 16}) {
             const Peers peers = peers_of(*family, width);
             for (const std::optional<Entry>& peer : {peers.accurate, peers.fast, peers.scalar}) {
@@ -74,7 +74,7 @@ TEST(Measure, PeersComputeTheSameFunction) {
                 for (int lane = 0; lane < peer->lanes; ++lane) {
                     std::vector<std::uint64_t> of_lane;
                     for (const auto& argument : arguments) of_lane.push_back(argument[static_cast<std::size_t>(lane)]);
-                    EXPECT_LE(error_of(*family, of_lane, got[static_cast<std::size_t>(lane)]), 4)
+                    EXPECT_LE(error_of(*family, of_lane, {&got[static_cast<std::size_t>(lane)], 1}), 4)
                         << peer->name << " " << hex(of_lane);
                 }
             }

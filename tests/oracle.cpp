@@ -7,6 +7,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "tests/exact.hpp"
+
 namespace tuvo {
 namespace {
 
@@ -16,9 +18,7 @@ struct Format {
     int max_exponent;  ///< of the largest finite
 };
 
-Format format_of(Lane lane) {
-    return lane == Lane::f32 ? Format{24, -126, 127} : Format{53, -1022, 1023};
-}
+Format format_of(Lane lane) { return lane == Lane::f32 ? Format{24, -126, 127} : Format{53, -1022, 1023}; }
 
 /// A value with everything beyond the format replaced by the power of two behind its largest finite.
 Real clamp_to(const Format& format, const Real& x) {
@@ -27,6 +27,9 @@ Real clamp_to(const Format& format, const Real& x) {
     return x.is_negative() ? -limit : limit;
 }
 
+Real inverse(const Real& x) { return 1 / x; }
+Real inverse_root(const Real& x) { return 1 / sqrt(x); }
+
 struct UnaryOracle {
     std::string_view operation;
     Real (*exact)(const Real&);
@@ -34,10 +37,20 @@ struct UnaryOracle {
 };
 
 constexpr UnaryOracle unary_oracles[] = {
+    {"exp", exp, std::exp},
+    {"exp2", exp2, std::exp2},
+    {"exp10", exp10, [](double x) { return ::exp10(x); }},
+    {"expm1", expm1, std::expm1},
     {"log", log, std::log},
     {"log2", log2, std::log2},
     {"log10", log10, std::log10},
     {"log1p", log1p, std::log1p},
+    {"sin", sin, std::sin},
+    {"cos", cos, std::cos},
+    {"tan", tan, std::tan},
+    {"inv", inverse, [](double x) { return 1 / x; }},
+    {"sqrt", sqrt, std::sqrt},
+    {"rsqrt", inverse_root, [](double x) { return 1 / std::sqrt(x); }},
 };
 
 const UnaryOracle* find_unary(std::string_view operation) {
@@ -62,9 +75,12 @@ double ulp_error(Lane lane, std::uint64_t got_pattern, const Real& exact) {
     return (abs(clamp_to(format, got) - target) / power_of_two(exponent - format.significand_bits + 1)).to_double();
 }
 
-std::optional<Real> oracle(std::string_view operation, std::span<const Real> arguments) {
+std::optional<Real> oracle(std::string_view operation, std::span<const Real> arguments, std::size_t output) {
     if (const UnaryOracle* unary = find_unary(operation); unary && arguments.size() == 1)
         return unary->exact(arguments[0]);
+    if (operation == "sincos" || operation == "sincosreg") return output == 0 ? sin(arguments[0]) : cos(arguments[0]);
+    if (operation == "div") return arguments[0] / arguments[1];
+    if (operation == "hypot") return hypot(arguments[0], arguments[1]);
     return std::nullopt;
 }
 
@@ -74,11 +90,10 @@ std::optional<Real> oracle(std::string_view operation, std::span<const std::uint
     return oracle(operation, values);
 }
 
-std::optional<std::uint64_t> exact_pattern(std::string_view operation, std::span<const std::uint64_t> arguments, Lane lane) {
-    const std::uint64_t sign = lane == Lane::f32 ? 0x80000000 : 0x8000000000000000;
-    if (operation == "fabs") return arguments[0] & ~sign;
-    if (operation == "copysign") return (arguments[0] & ~sign) | (arguments[1] & sign);
-    if (operation == "nan") return arguments[0] | (lane == Lane::f32 ? 0x7fc00000 : 0x7ff8000000000000);
+std::optional<std::vector<std::uint64_t>> exact_outputs(const Family& family,
+                                                        std::span<const std::uint64_t> arguments) {
+    for (const auto exact : {exact_intpart, exact_convert, exact_intdiv})
+        if (auto outputs = exact(family, arguments)) return outputs;
     return std::nullopt;
 }
 
@@ -120,8 +135,7 @@ std::vector<std::uint64_t> stratified_patterns(Lane lane, std::uint64_t seed, st
     const std::uint64_t infinity = ones & ~sign & ~fraction;
     const std::uint64_t quiet = (fraction + 1) / 2;
     const std::uint64_t one = (infinity / 2) & ~fraction;
-    for (std::uint64_t payload :
-         {std::uint64_t{0}, quiet, fraction, std::uint64_t{1}, quiet / 2, quiet | fraction / 5})
+    for (std::uint64_t payload : {std::uint64_t{0}, quiet, fraction, std::uint64_t{1}, quiet / 2, quiet | fraction / 5})
         add(infinity | payload);
     for (std::uint64_t power = 0; power < infinity; power += fraction + 1) {
         add_neighbourhood(power);

@@ -18,15 +18,15 @@ namespace tuvo {
 /// misses them is infinitely wrong. Zeros of either sign are equal. On integer lanes the ulp is 1.
 double ulp_error(Lane lane, std::uint64_t got_pattern, const Real& exact);
 
-/// The exact value (to `Real::precision` bits) of an operation ("log", "log1p") for the given arguments; nothing for an
-/// operation that the oracle does not know.
-std::optional<Real> oracle(std::string_view operation, std::span<const Real> arguments);
+/// The exact value (to `Real::precision` bits) of an operation ("log", "sincos") for the given arguments, of its first
+/// or second output; nothing for what the oracle does not know.
+std::optional<Real> oracle(std::string_view operation, std::span<const Real> arguments, std::size_t output = 0);
 /// The same for bit patterns of one lane type.
 std::optional<Real> oracle(std::string_view operation, std::span<const std::uint64_t> arguments, Lane lane);
 
-/// The exact result of an operation on bit patterns ("fabs", "copysign", "nan"), NaNs and signs of zero included;
-/// nothing for other operations. The lane is that of the result.
-std::optional<std::uint64_t> exact_pattern(std::string_view operation, std::span<const std::uint64_t> arguments, Lane lane);
+/// The bit patterns of all outputs, NaNs and signs of zero included, of a family whose results are defined bit by bit
+/// (rounding, selection, conversions, integer division); nothing for other families.
+std::optional<std::vector<std::uint64_t>> exact_outputs(const Family& family, std::span<const std::uint64_t> arguments);
 
 /// Deterministic random bits (splitmix64).
 class RandomBits {
