@@ -320,7 +320,8 @@ private:
         if (!any) return Shape::whole;
         // Arithmetic on floats beside doubles stays in the halves that conversions from and to doubles deal in.
         if (is_floating(n.type) && !is_bitwise(n.op) && n.op != Op::select)
-            return !whole && wide_family() && type_size(n.type) == 4 ? Shape::half : Shape::whole;
+            return !whole && (wide_family() || halves_wanted_[node]) && type_size(n.type) == 4 ? Shape::half
+                                                                                               : Shape::whole;
         if (halves_wanted_[node] && (half || !whole)) return Shape::half;
         return Shape::whole;
     }
