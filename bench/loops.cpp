@@ -142,7 +142,7 @@ int main() {
         for (int width : widths) {
             const Shape shape = shape_of(family, width), hidden = hidden_shape_of(family, width);
             shapes.emplace(shape.key(), shape);
-            if (family.outputs().size() == 2 && hidden.results.back().bytes >= 16) shapes.emplace(hidden.key(), hidden);
+            if (hidden.results.back().bytes >= 16) shapes.emplace(hidden.key(), hidden);
         }
     }
     std::cout << "    .intel_syntax noprefix\n    .text\n    .globl tuvo_empty_call\ntuvo_empty_call:\n    ret\n";

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <array>
 
+#include "bench/scalar.hpp"
+
 namespace tuvo {
 namespace {
 
@@ -70,6 +72,10 @@ Peers peers_of(const Family& family, int width) {
         if (const void* address = dlsym(scalar_library(), name.c_str()))
             peers.scalar = Entry{name, address, shape_of(family, 1), 1, width};
     }
+    const int lanes = width < 3 ? 1 : std::min(width, 8);
+    if (const void* address = scalar_loop(family, lanes))
+        peers.scalar = Entry{"loop", address, lanes == 1 ? shape_of(family, 1) : hidden_shape_of(family, lanes), lanes,
+                             width / lanes};
     return peers;
 }
 
@@ -87,6 +93,9 @@ Range input_range(const Family& family, int argument) {
         {" exp exp2 exp10 expm1 sinh cosh tanh erf ", {-4, 4}},
         {" sin cos tan sincos sincosreg sinpi cospi tanpi atan asinh atanpi cbrt ", {-3, 3}},
     };
+    // Quotients of many lengths: the processor's division takes its time by that.
+    if (family.element == Lane::i32 || family.element == Lane::u32)
+        return argument == 0 ? Range{1e6, 2e9} : Range{2, 1e5};
     if (!is_floating(family.arguments[static_cast<std::size_t>(argument)])) return {2, 9};
     for (const Domain& domain : domains)
         if (domain.operations.find(" " + family.operation + " ") != std::string_view::npos) return domain.range;
