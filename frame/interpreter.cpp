@@ -190,6 +190,7 @@ struct Interpreter {
     const Program& program;
     std::span<const std::uint64_t> arguments;
     bool enter_sections;
+    bool wide_parts;
     std::vector<std::uint64_t> values;
 
     std::uint64_t evaluate(const Node& node) {
@@ -242,6 +243,7 @@ struct Interpreter {
             return data.patterns[(offset - gather.bias) / lane_size(data.lane) + std::int64_t(node.imm)];
         }
         case Op::join: return values[node.args[0]];  // run() blends the section's value in
+        case Op::by_part_size: return arg(wide_parts ? 1 : 0);
         default: return convert(node, arg_type(0), arg(0));
         }
     }
@@ -309,8 +311,9 @@ struct Interpreter {
 
 }  // namespace
 
-LaneResult interpret(const Program& program, std::span<const std::uint64_t> arguments, bool enter_sections) {
-    return Interpreter{program, arguments, enter_sections, {}}.run();
+LaneResult interpret(const Program& program, std::span<const std::uint64_t> arguments, bool enter_sections,
+                     bool wide_parts) {
+    return Interpreter{program, arguments, enter_sections, wide_parts, {}}.run();
 }
 
 }  // namespace tuvo

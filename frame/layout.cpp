@@ -32,7 +32,8 @@ public:
         kernel_.form = call_form(family, width);
         kernel_.preserved = preserved(family, width);
         kernel_.sections.resize(program.sections.size());
-        live_ = live_nodes(program);
+        choose_by_part_size();
+        live_ = live_nodes(program_);
         forms_.resize(program.nodes.size());
         halves_wanted_ = find_integer_users();
     }
@@ -73,6 +74,13 @@ private:
     int bits(Type type, Shape shape) const { return shape == Shape::whole ? whole_bits(type) : 128; }
     /// Whether the family works in 64-bit lanes; then 32-bit values travel beside them in 128-bit registers.
     bool wide_family() const { return lane_size(family_.element) == 8; }
+
+    /// From here on, a value with two ways is another name of the way that this width takes.
+    void choose_by_part_size() {
+        const int chosen = part_bits(family_.element, width_).front() == 256 ? 1 : 0;
+        for (Node& node : program_.nodes)
+            if (node.op == Op::by_part_size) node.op = Op::bitcast, node.args = {node.args[chosen], -1, -1};
+    }
 
     // Making instructions.
 

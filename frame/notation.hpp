@@ -232,6 +232,13 @@ template <Type T> std::array<Value<T>, 4> gather_quad(int table, I32 offset, std
 /// One of the four values of a quad constant, by the low two bits of the control.
 inline F32 lookup4(F32 quad, I32 control) { return make<Type::f32>(Op::lookup4, {quad.node, control.node, -1}); }
 
+/// One value in two ways, of which a kernel takes the first at widths whose parts have 128 bits, the second where they
+/// have 256 and integer steps cost moves between halves. Both must be equal on all lanes that the vector path finishes:
+/// tests compare the widths. Neither may be a constant.
+template <Type T> Value<T> by_part_size(Value<T> narrow, Value<T> wide) {
+    return make<T>(Op::by_part_size, {narrow.node, wide.node, -1});
+}
+
 /// Lanes where the mask is set go to the rare routine.
 void rare_if_node(int mask);
 template <Type T> requires(is_mask(T)) void rare_if(Value<T> mask) { rare_if_node(mask.node); }

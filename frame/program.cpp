@@ -238,6 +238,8 @@ void validate(const Program& program) {
             if (arg < 0) continue;
             const Node& used = program.nodes[arg];
             if (used.op == Op::gather && node.op != Op::element) fail(int(k), "uses a gather as a value");
+            if (used.op == Op::constant && node.op == Op::by_part_size)
+                fail(int(k), "chooses a constant by the size of parts");
             bool visible = used.section == 0;
             for (int s = node.section; s != 0 && !visible; s = program.sections[s].parent) visible = used.section == s;
             if (node.op == Op::join && arg == node.args[1]) visible = true;

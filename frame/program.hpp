@@ -73,7 +73,8 @@ enum class Op : std::uint8_t {
     gather,   ///< args: byte offset; imm: index into Program::gathers; yields no value itself
     element,  ///< args: gather; imm: which of the values it loaded
     // Control.
-    join,  ///< args: value before the section, value from it; imm: the section
+    join,          ///< args: value before the section, value from it; imm: the section
+    by_part_size,  ///< args: value where the family's lanes fill parts of 128 bits, value where of 256
 };
 
 struct Node {
@@ -152,7 +153,9 @@ struct LaneResult {
 
 /// Runs the program on one lane, operation by operation, bit for bit as the processor does. Values of 32-bit types are
 /// in the low 32 bits. With `enter_sections`, any-lane sections run even where the lane itself doesn't need them, as
-/// happens beside a lane that does. Throws std::logic_error when a claimed range doesn't hold.
-LaneResult interpret(const Program& program, std::span<const std::uint64_t> arguments, bool enter_sections = false);
+/// happens beside a lane that does; with `wide_parts`, as at widths whose parts have 256 bits. Throws std::logic_error
+/// when a claimed range doesn't hold.
+LaneResult interpret(const Program& program, std::span<const std::uint64_t> arguments, bool enter_sections = false,
+                     bool wide_parts = false);
 
 }  // namespace tuvo

@@ -131,6 +131,19 @@ TEST(Generator, TwoResultsOutPointersAndMemoryForm) {
                   make_up("same_twice", {f}, {f, f}, {}, false, 0, describe(+[](F32 x) { return std::pair(x, x); }))});
 }
 
+TEST(Generator, TwoWaysByPartSize) {
+    const auto scaled = [](F32 x) {
+        const I32 n = bits(x + f32(0x4b400000));
+        return by_part_size(as_float((n << 23) + bits(x)), x * as_float((n + i32(0x7f)) << 23));
+    };
+    expect_right({make_up("way_f", {f}, {f}, {}, false, 1, describe(+scaled)),
+                  make_up("way_d", {d, d}, {i}, {}, true, 1, describe(+[](F64 x, F64 y) {
+                              const M32 chosen = by_part_size(high_word(x) > high_word(y), narrow_mask(x > y));
+                              rare_if(widen_mask(chosen) & by_part_size(x < y, x == y));
+                              return select(chosen, by_part_size(high_word(x), low_word(y)), I32(7));
+                          }))});
+}
+
 TEST(Generator, RareLanes) {
     const auto one = [](F32 x) {
         rare_if(!(abs(x) <= f32(0x40000000)));

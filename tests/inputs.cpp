@@ -1,6 +1,7 @@
 #include "tests/inputs.hpp"
 
 #include <sstream>
+#include <stdexcept>
 
 namespace tuvo {
 namespace {
@@ -42,6 +43,10 @@ std::vector<LaneCase> lane_cases(const DescribedFamily& described, std::uint64_t
                 arguments.push_back(drawn);
         }
         cases[k].expected = interpret(program, arguments);
+        const LaneResult wide = interpret(program, arguments, false, true);
+        if (wide.rare != cases[k].expected.rare || (!wide.rare && wide.outputs != cases[k].expected.outputs))
+            throw std::logic_error(program.name + ": the result depends on the size of parts for " + hex(arguments));
+        cases[k].wide_outputs = wide.outputs;
     }
     return cases;
 }

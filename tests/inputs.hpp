@@ -15,6 +15,8 @@ namespace tuvo {
 struct LaneCase {
     std::vector<std::uint64_t> arguments;
     LaneResult expected;
+    /// The outputs of a rare lane at widths whose parts have 256 bits; they may differ there until the routine has run.
+    std::vector<std::uint64_t> wide_outputs{};
 };
 
 /// `count` lanes for a family. The first argument runs through the most telling of its type's stratified patterns and

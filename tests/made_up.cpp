@@ -133,6 +133,7 @@ std::vector<std::string> compare_with_interpreter(const MadeUp& made_up, const M
     std::vector<std::string> faults;
     for (int width : widths) {
         Caller caller(library.kernel(made_up, width), family, width);
+        const bool wide_parts = part_bits(family.element, width).front() == 256;
         for (int k = 0; k < calls && faults.size() < 5; ++k) {
             std::vector<std::vector<std::uint64_t>> arguments(family.arguments.size(),
                                                               std::vector<std::uint64_t>(std::size_t(width)));
@@ -151,8 +152,8 @@ std::vector<std::string> compare_with_interpreter(const MadeUp& made_up, const M
             for (int lane = 0; lane < width; ++lane) {
                 std::vector<std::uint64_t> lane_arguments;
                 for (const auto& argument : arguments) lane_arguments.push_back(argument[std::size_t(lane)]);
-                LaneResult expected = interpret(made_up.program, lane_arguments);
-                const LaneResult beside = interpret(made_up.program, lane_arguments, true);
+                LaneResult expected = interpret(made_up.program, lane_arguments, false, wide_parts);
+                const LaneResult beside = interpret(made_up.program, lane_arguments, true, wide_parts);
                 if (beside.rare != expected.rare || beside.outputs != expected.outputs)
                     faults.push_back(where + ": the interpreter's lane depends on its neighbours");
                 if (expected.rare)

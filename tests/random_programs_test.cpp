@@ -195,7 +195,10 @@ private:
                 else pools.f.push_back(float_operation(f(), f()));
                 break;
             }
-            case 4: pools.f.push_back(float_operation(f(), f())); break;
+            case 4:
+                if (below(3)) pools.f.push_back(float_operation(f(), f()));
+                else pools.f.push_back(by_part_size(pick_float() + f(), as_float(value_i() + i())));
+                break;
             case 5: pools.d.push_back(float_operation(d(), d())); break;
             case 6: case 7: pools.i.push_back(int_operation(value_i(), i())); break;
             case 8: pools.l.push_back(long_operation(value_l(), l())); break;

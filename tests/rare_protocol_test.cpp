@@ -23,8 +23,10 @@ public:
           outputs_(family.outputs().size()) {
         for (std::size_t a = 0; a < inputs_.size(); ++a)
             if (width == 3) inputs_[a].push_back(lane3_fill(family, static_cast<int>(a)));
+        const bool wide_parts = part_bits(family.element, width).front() == 256;
         for (std::size_t v = 0; v < outputs_.size(); ++v)
-            for (const LaneCase* lane : lanes) outputs_[v].push_back(lane->expected.outputs[v]);
+            for (const LaneCase* lane : lanes)
+                outputs_[v].push_back((wide_parts ? lane->wide_outputs : lane->expected.outputs)[v]);
         skip_ordinary_lanes();
     }
 
