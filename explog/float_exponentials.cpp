@@ -69,6 +69,13 @@ Rounded round_to_integer(F32 y) {
 /// 2^n times a value near 1, by adding n to its exponent field.
 F32 times_power_of_two(F32 value, F32 S) { return as_float((bits(S) << 23) + bits(value)); }
 
+/// The same where the result is a normal number. In wide parts the product spares taking the value apart for an integer
+/// step and joining it again: 6 to 10 % of a call at widths 8 and 16, as much as it would cost at the narrow ones.
+F32 times_power_of_two_if_normal(F32 value, F32 S) {
+    const F32 power = as_float((bits(S) + i32(0x7f)) << 23);
+    return by_part_size(times_power_of_two(value, S), power * value);
+}
+
 void rare_beyond(F32 x, std::uint32_t limit) { rare_if(!(abs(x) <= f32(limit))); }
 
 /// The same lanes by an integer compare, which finds a NaN above every limit.
@@ -103,14 +110,14 @@ F32 exp_rm(F32 x) {
     const auto [S, n] = round_to_integer(x * f32(log2_e));
     rare_beyond_pattern(x, exp_limit);
     const F32 r = ((x - n * f32(0x3f317200)) - n * f32(0x35bfbe8e)).as("r");  // 0.69314575, 1.4286068e-06
-    return saturated_exp(x, times_power_of_two(horner(r, exp_rm_polynomial), S));
+    return saturated_exp(x, times_power_of_two_if_normal(horner(r, exp_rm_polynomial), S));
 }
 
 F32 exp_native(F32 x) {
     const F32 y = x * f32(log2_e);
     const auto [S, n] = round_to_integer(y);
     rare_beyond_pattern(x, exp_limit);
-    return saturated_exp(x, times_power_of_two(horner(y - n, exp_native_polynomial), S));
+    return saturated_exp(x, times_power_of_two_if_normal(horner(y - n, exp_native_polynomial), S));
 }
 
 template <std::size_t N>
