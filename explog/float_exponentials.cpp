@@ -2,8 +2,8 @@
 //
 // x = n s + r with a small remainder r, where s is the exponent's step: the logarithm, in the base at hand, of 2^(1/N).
 // Then b^x = 2^(n/N) b^r. The low part of n picks 2^(j/N) from a table (N = 1 needs none), the rest goes to the
-// exponent field by integer steps, and b^r is a polynomial. n s is taken off in two parts, the head with so few bits
-// that its product with any n is exact.
+// exponent field by integer steps, and b^r is a polynomial. All but the shortest forms take n s off in two parts, the
+// head with so few bits that its product with any n is exact.
 //
 // n is found by a shifter: added to a number, it rounds it to an integer, which stands in the low bits of the sum's
 // pattern. From there it is shifted to the exponent field, and all above it falls off.
