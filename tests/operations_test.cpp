@@ -263,6 +263,8 @@ TEST(Families, LaneThreeFills) {
     EXPECT_EQ(lane3_fill(family_named("pownf"), 0), 0x3f800000u);
     EXPECT_EQ(lane3_fill(family_named("rootn_native"), 0), 0x3ff0000000000000u);
     EXPECT_EQ(lane3_fill(family_named("ldexp"), 1), 1u);
+    EXPECT_EQ(lane3_fill(family_named("nextafterf"), 0), 0x3f400000u);
+    EXPECT_EQ(lane3_fill(family_named("nextafter"), 1), 0xbfe8000000000000u);
     EXPECT_EQ(lane3_fill(family_named("udivrem"), 1), 1u);
     EXPECT_EQ(lane3_fill(family_named("cvtu64tofprtef"), 0), 1u);
     EXPECT_EQ(lane3_fill(family_named("cvtfptou64rtesatf"), 0), 0x3f400000u);
