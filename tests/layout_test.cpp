@@ -1,35 +1,15 @@
 // Generated code against the interpreter, bit for bit: each lane in every position, beside different neighbours, at all
 // widths. Rare lanes against the rare routine that the library itself holds.
-#include <dlfcn.h>
-
-#include <map>
 #include <numeric>
 
 #include <gtest/gtest.h>
 
 #include "tests/call.hpp"
-#include "tests/elf_file.hpp"
 #include "tests/inputs.hpp"
 #include "tests/library.hpp"
 
 namespace tuvo {
 namespace {
-
-using RareRoutine = int (*)(const void*, const void*, const void*, const void*);
-
-/// The routine at the address that the debug file gives for it.
-RareRoutine find_rare_routine(const Family& family) {
-    static const std::map<std::string, std::uint64_t> addresses = [] {
-        std::map<std::string, std::uint64_t> found;
-        for (const ElfFile::Symbol& symbol : ElfFile(TUVO_DEBUG_FILE).symbols(".symtab"))
-            found[symbol.name] = symbol.st_value;
-        return found;
-    }();
-    Dl_info library;
-    if (!dladdr(find_kernel(family, 1), &library)) throw std::runtime_error("the library has no base address");
-    const auto base = reinterpret_cast<std::uintptr_t>(library.dli_fbase);
-    return reinterpret_cast<RareRoutine>(base + addresses.at(family.rare_routine));
-}
 
 /// Values that every kernel has to yield for the lane.
 std::vector<std::uint64_t> final_outputs(const Family& family, const LaneCase& lane) {
