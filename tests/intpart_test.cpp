@@ -15,6 +15,7 @@
 #include "tests/call.hpp"
 #include "tests/library.hpp"
 #include "tests/oracle.hpp"
+#include "tests/rare_routines.hpp"
 
 namespace tuvo {
 namespace {

@@ -7,6 +7,7 @@
 #include "tests/call.hpp"
 #include "tests/inputs.hpp"
 #include "tests/library.hpp"
+#include "tests/rare_routines.hpp"
 
 namespace tuvo {
 namespace {

@@ -2,11 +2,8 @@
 
 #include <dlfcn.h>
 
-#include <map>
 #include <stdexcept>
 #include <string>
-
-#include "tests/elf_file.hpp"
 
 namespace tuvo {
 
@@ -25,20 +22,6 @@ void* library() {
 
 const void* find_kernel(const Family& family, int width) {
     return dlsym(library(), export_name(family, width).c_str());
-}
-
-RareRoutine find_rare_routine(const Family& family) {
-    // The debug file knows where it lies.
-    static const std::map<std::string, std::uint64_t> addresses = [] {
-        std::map<std::string, std::uint64_t> found;
-        for (const ElfFile::Symbol& symbol : ElfFile(TUVO_DEBUG_FILE).symbols(".symtab"))
-            found[symbol.name] = symbol.st_value;
-        return found;
-    }();
-    Dl_info library;
-    if (!dladdr(find_kernel(family, 1), &library)) throw std::runtime_error("the library has no base address");
-    const auto base = reinterpret_cast<std::uintptr_t>(library.dli_fbase);
-    return reinterpret_cast<RareRoutine>(base + addresses.at(family.rare_routine));
 }
 
 const std::vector<const Family*>& built_families() {

@@ -11,11 +11,6 @@ namespace tuvo {
 /// the library cannot be loaded.
 const void* find_kernel(const Family& family, int width);
 
-/// Takes addresses of the arguments, then of the outputs; ignores what it has no use for. Returns the RareStatus.
-using RareRoutine = int (*)(const void*, const void*, const void*, const void*);
-/// The library's own rare routine of a built family that has one. Throws std::out_of_range for other families.
-RareRoutine find_rare_routine(const Family& family);
-
 /// The families that the library has, in table order. Throws std::runtime_error if a family has some of its six widths
 /// and not the others.
 const std::vector<const Family*>& built_families();
