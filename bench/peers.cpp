@@ -46,7 +46,9 @@ std::optional<Entry> find_vector(const Family& family, int width, const std::str
                                  std::initializer_list<const char*> accuracies) {
     if (operation.empty() || !vector_library()) return std::nullopt;
     const int narrow = 16 / lane_size(family.element);
-    const int lanes = width <= narrow ? narrow : 2 * narrow;
+    // Eight ints beside floats travel in a structure of two halves there, through memory.
+    const bool halves = lane_size(family.element) == 4 && (operation == "ilogb" || operation == "ldexp");
+    const int lanes = width <= narrow || halves ? narrow : 2 * narrow;
     for (const char* accuracy : accuracies) {
         const std::string name = "Sleef_" + operation + (family.element == Lane::f32 ? "f" : "d") +
                                  std::to_string(lanes) + "_" + accuracy + (lanes == narrow ? "sse4" : "avx");
