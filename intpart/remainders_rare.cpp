@@ -88,10 +88,11 @@ inline RareStatus remainder_of_truncated(T x, T y, T* out) {
     }
     if constexpr (sizeof(T) == 8) {
         // Below 2^52 the quotient by 2^31 is that by 2^31 - 1, or one less. A negative y is subtracted as it is.
-        if (b == bits(2147483647.0) && a < bits(0x1p52)) {
-            const double reciprocal = f64(0x3e00000000000000, 4.656612873077393e-10);
-            const auto q = static_cast<double>(static_cast<std::int64_t>(value(a) * reciprocal));
-            double r = value(a) - q * 2147483647.0;
+        constexpr double largest_integer = f64(0x41dfffffffc00000, 2147483647.0);
+        if (b == bits(largest_integer) && a < bits(0x1p52)) {
+            constexpr double reciprocal = f64(0x3e00000000000000, 4.656612873077393e-10);
+            const auto q = static_cast<std::int64_t>(value(a) * reciprocal);
+            double r = value(a) - static_cast<double>(q) * largest_integer;
             if (r >= y) r -= y;
             *out = value(bits(r) | sign_of(x));
             return RareStatus::ordinary;
