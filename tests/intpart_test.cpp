@@ -203,6 +203,17 @@ TYPED_TEST(Intpart, RareRemaindersOfSpecialArguments) {
         }
 }
 
+TYPED_TEST(Intpart, RareFmodByOne) {
+    const TypeParam large = -std::numeric_limits<TypeParam>::max(), zero = 0;
+    const std::pair<TypeParam, TypeParam> cases[] = {
+        {-0.5, -0.5}, {-1, -zero}, {-5.75, -0.75}, {-3, zero}, {large, -zero}};
+    for (const auto& [x, expected] : cases) {
+        TypeParam y = -1, r = 0;
+        find_rare_routine(this->family("fmod"))(&x, &y, &r, nullptr);
+        EXPECT_EQ(bits(r), bits(expected)) << x;
+    }
+}
+
 // The shortcut for y = 2^31 - 1 divides by 2^31, and subtracts y as it is where the rest is not below: a negative one
 // always.
 TEST(Intpart, RareFmodByTheLargestInteger) {
