@@ -67,9 +67,11 @@ inline RareStatus remainder_of_truncated(T x, T y, T* out) {
         }
         if (a < infinity<T>) {
             const int below_point = Format<T>::fraction_bits + exponent_bias<T> - exponent_field(x);
-            // A difference of equals is +0, also below zero.
-            *out =
-                below_point > 0 && a != b ? x - value(PatternOf<T>(bits(x) >> below_point << below_point)) : x * T(0);
+            // Of a greater integer x - x is left, which is +0 for a negative one, too.
+            if (below_point > 0 && a != b)
+                *out = x - value(PatternOf<T>(bits(x) >> below_point << below_point));
+            else
+                *out = x * T(0);
             return RareStatus::ordinary;
         }
     }
@@ -103,7 +105,7 @@ inline RareStatus remainder_of_truncated(T x, T y, T* out) {
         *out = x * T(0);
         return RareStatus::ordinary;
     }
-    if constexpr (sizeof(T) == 4)
+    if constexpr (sizeof(T) == 4)  // a guard: what is left is below the divisor
         if (r >= b) r = bits(value(r) - value(b));
     *out = value(PatternOf<T>(r | sign_of(x)));
     return RareStatus::ordinary;
