@@ -191,6 +191,7 @@ struct Interpreter {
     std::span<const std::uint64_t> arguments;
     bool enter_sections;
     bool wide_parts;
+    const std::function<float(float)>& reciprocal;
     std::vector<std::uint64_t> values;
 
     std::uint64_t evaluate(const Node& node) {
@@ -208,8 +209,10 @@ struct Interpreter {
         case Op::max:
             return floating ? float_arithmetic(node.op, node.type, arg(0), arg(1))
                             : integer_arithmetic(node.op, node.type, arg(0), arg(1));
-        case Op::sqrt:
         case Op::reciprocal:
+            if (reciprocal) return bits_of(reciprocal(float_of(arg(0))));
+            [[fallthrough]];
+        case Op::sqrt:
         case Op::reciprocal_sqrt: return float_arithmetic(node.op, node.type, arg(0), 0);
         case Op::round: return round_to_integral(node.type, arg(0), node.imm);
         case Op::umin:
@@ -312,8 +315,8 @@ struct Interpreter {
 }  // namespace
 
 LaneResult interpret(const Program& program, std::span<const std::uint64_t> arguments, bool enter_sections,
-                     bool wide_parts) {
-    return Interpreter{program, arguments, enter_sections, wide_parts, {}}.run();
+                     bool wide_parts, const std::function<float(float)>& reciprocal) {
+    return Interpreter{program, arguments, enter_sections, wide_parts, reciprocal, {}}.run();
 }
 
 }  // namespace tuvo

@@ -117,6 +117,16 @@ TEST(Generator, NarrowingAndWidening) {
     });
 }
 
+// Another processor's reciprocal goes the same way as the processor's own.
+TEST(Generator, ReciprocalOfAnotherProcessor) {
+    const MadeUp family = make_up("estimate", {d}, {d}, {}, false, 1, describe(+[](F64 x) {
+                                      return x * to_f64(reciprocal_approximation(to_f32(x)));
+                                  }));
+    const std::uint64_t four = 0x4010000000000000;
+    const LaneResult result = interpret(family.program, {&four, 1}, false, false, [](float x) { return x + 1.0f; });
+    EXPECT_EQ(result.outputs, std::vector<std::uint64_t>{0x4034000000000000});  // 4 (4 + 1)
+}
+
 TEST(Generator, TwoResultsOutPointersAndMemoryForm) {
     const auto both = [](F32 x) { return std::pair(x + 1.0f, x * 3.0f); };
     const auto both_d = [](F64 x) { return std::pair(x + 1.0, x * 3.0); };
