@@ -1,6 +1,6 @@
 #include "explog/float_logarithm_tables.hpp"
 
-#include "frame/real.hpp"
+#include "explog/logarithm_tables.hpp"
 
 namespace tuvo {
 namespace {
@@ -28,18 +28,8 @@ void append_kernel_entry(RawTable& table, const Real& value, const SplitLog2& lo
     append(table, lo - 127 * log_2.lo);
 }
 
-/// 65 entries (c, hi, lo) with c = scale q, q = round(steps / (1 + i / 64)) / steps, hi + lo = log(1 / q).
-RawTable reciprocal_table(const Real& scale, int steps, Real (*log)(const Real&), int grid) {
-    RawTable table{.lane = Lane::f32, .fields = 3, .patterns = {}};
-    for (int i = 0; i <= 64; ++i) {
-        const Real q = (Real(steps) / (1 + Real(i) / 64)).rounded_to_grid(0) / steps;
-        const Real value = log(1 / q);
-        const Real hi = value.rounded_to_grid(grid);
-        append(table, scale * q);
-        append(table, hi);
-        append(table, value - hi);
-    }
-    return table;
+RawTable rare_table(const Real& scale, int steps, Real (*log)(const Real&), int grid) {
+    return reciprocal_table(Lane::f32, scale, steps, log, grid, grid);
 }
 
 }  // namespace
@@ -65,11 +55,11 @@ RawTable log1pf_kernel_table() {
 // log2, 2^-18 below 64 for log10. With K = 1 the reduced argument is on the grid of 2^-17 too, so that its sum with the
 // former is exact as well.
 
-RawTable logf_rare_table() { return reciprocal_table(1, 128, log, -17); }
+RawTable logf_rare_table() { return rare_table(1, 128, log, -17); }
 
-RawTable log2f_rare_table() { return reciprocal_table(f32(0x43b8aa40), 1024, log2, -16); }
+RawTable log2f_rare_table() { return rare_table(f32(0x43b8aa40), 1024, log2, -16); }
 
-RawTable log10f_rare_table() { return reciprocal_table(f32(0x42de5c00), 128, log10, -18); }
+RawTable log10f_rare_table() { return rare_table(f32(0x42de5c00), 128, log10, -18); }
 
 namespace {
 

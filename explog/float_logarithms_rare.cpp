@@ -1,10 +1,6 @@
 // Rare routines of the float logarithms. Kernels send them zeros, negatives, subnormals, infinities and NaN; they give
 // the logarithm of every other argument too.
 //
-// An argument t = 2^E m, with the significand m in [1, 2), is reduced by a short reciprocal q of m from a table:
-//     log t = E log 2 - log q + log1p(m q - 1).
-// m is cut in two, and its head has few bits, so that little or nothing is lost where head and reciprocal cancel.
-//
 // Largest errors over all positive floats, in ulp:
 //
 //                   subnormals              normals
@@ -13,7 +9,7 @@
 //     log10f_rare   0.545 at 0x0036c4b2     5.77 outside [1/2, 2]; within, 1.77e-7 absolute, up to 615 ulp near 1
 //     log1pf_rare   the value of logf_rare for the rounded sum; from 2^24 on, 0.5312 at 0x4b80145a
 
-#include "frame/rare.hpp"
+#include "explog/logarithms_rare.hpp"
 
 #pragma GCC visibility push(hidden)
 extern "C" {
@@ -28,62 +24,10 @@ extern const float log10f_table[65][3];
 namespace tuvo {
 namespace {
 
-/// Scaling of subnormal arguments into the normal range, by 2^bits.
-struct SubnormalScale {
-    float factor;
-    int bits;
-};
+constexpr SubnormalScale<float> scale_27{0x1p27f, 27};
+constexpr SubnormalScale<float> scale_40{0x1p40f, 40};
 
-constexpr SubnormalScale scale_27{0x1p27f, 27};
-constexpr SubnormalScale scale_40{0x1p40f, 40};
-
-constexpr std::uint32_t minus_infinity = 0xff800000;
-
-/// A positive finite argument of a logarithm.
-struct Argument {
-    float t;         ///< the argument, scaled to be normal
-    float exponent;  ///< E of the argument before scaling
-    bool scaled;
-};
-
-/// The special cases that all logarithms share; `positive(Argument)` gives the logarithm of positive finite arguments.
-template <class Positive>
-inline RareStatus logarithm(float x, float* r, SubnormalScale scale, Positive positive) {
-    if (exponent_field(x) == exponent_field_all_ones<float> && bits(x) != minus_infinity) {
-        *r = x * x;  // infinity stays, NaN is quieted
-        return RareStatus::ordinary;
-    }
-    const bool scaled = exponent_field(x) == 0;
-    const float t = scaled ? x * scale.factor : x;
-    if (t > 0.0f) {
-        const int e = exponent_field(t) - exponent_bias<float> - (scaled ? scale.bits : 0);
-        *r = positive(Argument{t, static_cast<float>(e), scaled});
-        return RareStatus::ordinary;
-    }
-    if (t == 0.0f) {
-        *r = -1.0f / runtime(0.0f);
-        return RareStatus::pole;
-    }
-    const float zero = runtime(0.0f);
-    *r = zero / zero;
-    return RareStatus::domain;
-}
-
-/// Significand m with its table entry: m = head + tail, the head with 10 fractional bits.
-struct Reduction {
-    float head;
-    float tail;
-    float c;
-    float hi;
-    float lo;
-};
-
-inline Reduction reduce(float t, const float (&table)[65][3]) {
-    const float m = significand(t);
-    const int i = bits(m + 131073.0f) & 0x7f;  // the ulp of the sum is 1/64: m - 1 to the nearest of 65 points
-    const float head = (8192.0f + m) - 8192.0f;
-    return {head, m - head, table[i][0], table[i][1], table[i][2]};
-}
+constexpr float head_shifter = 0x1p13f;  // heads have 10 fractional bits
 
 /// (log1p(v) - v) / v^2.
 inline float natural_polynomial(float v) {
@@ -91,7 +35,7 @@ inline float natural_polynomial(float v) {
                   f32(0x3e4ccccd, 0.2f), f32(0xbe800000, -0.25f), f32(0x3eaaaaab, 0.33333334f), f32(0xbf000000, -0.5f));
 }
 
-inline float natural_logarithm(Argument argument, const float (&table)[65][3]) {
+inline float natural_logarithm(Argument<float> argument, const float (&table)[65][3]) {
     const float d = argument.t - 1.0f;
     if (__builtin_fabsf(d) <= 0.009765625f) return d + d * d * natural_polynomial(d);
 
@@ -100,11 +44,7 @@ inline float natural_logarithm(Argument argument, const float (&table)[65][3]) {
     const float e_hi = e * (argument.scaled ? f32(0x3f317218, 0.6931472f) : f32(0x3f317200, 0.69314575f));
     const float e_lo = argument.scaled ? 0.0f : e * f32(0x35bfbe8e, 1.4286068e-06f);
 
-    const Reduction m = reduce(argument.t, table);
-    const float u = m.head * m.c - 1.0f;  // exact
-    const float v = m.tail * m.c;
-    const float s = u + v;
-    return (u + (e_hi + m.hi)) + ((v + (e_lo + m.lo)) + natural_polynomial(s) * s * s);
+    return natural_sum(e_hi, e_lo, reduce(argument.t, table, head_shifter), natural_polynomial);
 }
 
 // The other two bases carry a factor K, about 256 log(e), in the reduced argument s = K (m q - 1). Their polynomial Q
@@ -129,35 +69,32 @@ inline float decimal_polynomial(float v) {
                   f32(0x33e23666, 1.053384e-07f), f32(0xb7935d5a, -1.7567236e-05f), f32(0xbf7f0000, -0.99609375f));
 }
 
-/// `rebuild` puts E and the entry's logarithm back, from the reduction, u, v and Q(u + v).
-template <class Polynomial, class Rebuild>
-inline float scaled_logarithm(Argument argument, float scale, const float (&table)[65][3], Polynomial polynomial,
-                              Rebuild rebuild) {
-    const float d = argument.t - 1.0f;
-    if (__builtin_fabsf(d) <= near_one) {
-        const float s = d * scale;
-        return s + s * polynomial(s);
-    }
-    const Reduction m = reduce(argument.t, table);
-    const float v = m.c * m.tail;
-    const float u = m.head * m.c - scale;
-    return rebuild(m, u, v, polynomial(u + v));
+/// The logarithm next to 1, without a table. Elsewhere `sum` makes it.
+template <class Polynomial, class Sum>
+inline float scaled_logarithm(float t, float scale, Polynomial polynomial, Sum sum) {
+    const float d = t - 1.0f;
+    if (__builtin_fabsf(d) > near_one) return sum();
+    const float s = d * scale;
+    return s + s * polynomial(s);
 }
 
-inline float binary_logarithm(Argument argument) {
-    return scaled_logarithm(argument, binary_scale, log2f_table, binary_polynomial,
-                            [&](const Reduction& m, float u, float v, float g) {
-                                return ((argument.exponent + m.hi) + u) + ((v + (v * g + m.lo)) + u * g);
-                            });
+inline float binary_logarithm(Argument<float> argument) {
+    return scaled_logarithm(argument.t, binary_scale, binary_polynomial, [&] {
+        const Reduction m = reduce(argument.t, log2f_table, head_shifter);
+        const float v = m.c * m.tail;
+        const float u = m.head * m.c - binary_scale;
+        const float g = binary_polynomial(u + v);
+        return ((argument.exponent + m.hi) + u) + ((v + (v * g + m.lo)) + u * g);
+    });
 }
 
-inline float decimal_logarithm(Argument argument) {
-    const float e_hi = f32(0x3e9a0000, 0.30078125f) * argument.exponent;  // exact, and so is its sum with hi
-    const float e_lo = argument.exponent * f32(0x39826a14, 0.00024874567f);
-    return scaled_logarithm(argument, decimal_scale, log10f_table, decimal_polynomial,
-                            [&](const Reduction& m, float u, float v, float g) {
-                                return ((e_hi + m.hi) + u) + ((v + ((e_lo + m.lo) + v * g)) + u * g);
-                            });
+inline float decimal_logarithm(Argument<float> argument) {
+    return scaled_logarithm(argument.t, decimal_scale, decimal_polynomial, [&] {
+        const float e_hi = f32(0x3e9a0000, 0.30078125f) * argument.exponent;  // exact, and so is its sum with hi
+        const float e_lo = argument.exponent * f32(0x39826a14, 0.00024874567f);
+        return decimal_sum(e_hi, e_lo, reduce(argument.t, log10f_table, head_shifter), decimal_scale,
+                           decimal_polynomial);
+    });
 }
 
 }  // namespace
@@ -165,11 +102,11 @@ inline float decimal_logarithm(Argument argument) {
 extern "C" {
 
 RareStatus logf_rare(const float* x, float* r) {
-    return logarithm(*x, r, scale_27, [](Argument a) { return natural_logarithm(a, logf_table); });
+    return logarithm(*x, r, scale_27, [](Argument<float> a) { return natural_logarithm(a, logf_table); });
 }
 
 RareStatus log1pf_rare(const float* x, float* r) {
-    return logarithm(*x + 1.0f, r, scale_40, [](Argument a) { return natural_logarithm(a, log1pf_table); });
+    return logarithm(*x + 1.0f, r, scale_40, [](Argument<float> a) { return natural_logarithm(a, log1pf_table); });
 }
 
 RareStatus log2f_rare(const float* x, float* r) { return logarithm(*x, r, scale_27, binary_logarithm); }

@@ -1,13 +1,11 @@
 // The rare routines of the float logarithms, called directly: value, status and exception flags of the special cases,
 // and the accuracy of the others.
-#include "frame/rare.hpp"
+#include "tests/rare_routine.hpp"
 
 #include <cmath>
 #include <optional>
 #include <span>
 #include <string_view>
-
-#include <xmmintrin.h>
 
 #include <gtest/gtest.h>
 
@@ -28,29 +26,9 @@ extern const std::uint32_t log10f_table[65][3];
 
 namespace tuvo {
 
-static void PrintTo(RareStatus status, std::ostream* out) { *out << "status " << static_cast<int>(status); }
-
 namespace {
 
-using Routine = RareStatus (*)(const float*, float*);
-
-struct Outcome {
-    std::uint32_t pattern;
-    RareStatus status;
-    unsigned flags;  ///< of invalid, divide-by-zero, overflow and underflow
-};
-
-Outcome call(Routine routine, std::uint32_t x) {
-    const float argument = f32(x);
-    float result = 42.0f;
-    const unsigned saved = _mm_getcsr();
-    _mm_setcsr(saved & ~_MM_EXCEPT_MASK);
-    const RareStatus status = routine(&argument, &result);
-    const unsigned flags =
-        _mm_getcsr() & (_MM_EXCEPT_INVALID | _MM_EXCEPT_DIV_ZERO | _MM_EXCEPT_OVERFLOW | _MM_EXCEPT_UNDERFLOW);
-    _mm_setcsr(saved);
-    return {bits(result), status, flags};
-}
+using Outcome = RareOutcome<float>;
 
 constexpr std::uint32_t sign = 0x80000000;
 constexpr std::uint32_t infinity = 0x7f800000;
@@ -58,31 +36,10 @@ constexpr std::uint32_t quiet = 0x00400000;
 constexpr std::uint32_t one = 0x3f800000;
 constexpr std::uint32_t smallest_normal = 0x00800000;
 
-void expect_domain_error(Routine routine, std::uint32_t x) {
-    const Outcome got = call(routine, x);
-    EXPECT_TRUE(std::isnan(f32(got.pattern)) && (got.pattern & quiet)) << std::hex << x << " gave " << got.pattern;
-    EXPECT_EQ(got.status, RareStatus::domain) << std::hex << x;
-    EXPECT_EQ(got.flags, unsigned{_MM_EXCEPT_INVALID}) << std::hex << x;
-}
-
-void expect_pole(Routine routine, std::uint32_t x) {
-    const Outcome got = call(routine, x);
-    EXPECT_EQ(got.pattern, sign | infinity) << std::hex << x;
-    EXPECT_EQ(got.status, RareStatus::pole) << std::hex << x;
-    EXPECT_EQ(got.flags, unsigned{_MM_EXCEPT_DIV_ZERO}) << std::hex << x;
-}
-
-void expect_ordinary(Routine routine, std::uint32_t x, std::uint32_t expected) {
-    const Outcome got = call(routine, x);
-    EXPECT_EQ(got.pattern, expected) << std::hex << x;
-    EXPECT_EQ(got.status, RareStatus::ordinary) << std::hex << x;
-    EXPECT_EQ(got.flags, 0u) << std::hex << x;
-}
-
 struct Logarithm {
     std::string_view name;
     std::string_view operation;
-    Routine routine;
+    RareRoutine<float> routine;
 };
 
 constexpr Logarithm logarithms_of_x[] = {
@@ -129,7 +86,7 @@ TEST(FloatLogarithmsRare, NegativesAreDomainErrors) {
 
 TEST(FloatLogarithmsRare, InfinityAndNanPassThrough) {
     RandomBits random(2);
-    for (Routine routine : {logf_rare, log2f_rare, log10f_rare, log1pf_rare}) {
+    for (RareRoutine<float> routine : {logf_rare, log2f_rare, log10f_rare, log1pf_rare}) {
         expect_ordinary(routine, infinity, infinity);
         for (int i = 0; i < 64; ++i) {
             const std::uint32_t nan = static_cast<std::uint32_t>(random()) | infinity | quiet;
@@ -142,7 +99,7 @@ TEST(FloatLogarithmsRare, InfinityAndNanPassThrough) {
 }
 
 TEST(FloatLogarithmsRare, ExactResults) {
-    for (Routine routine : {logf_rare, log2f_rare, log10f_rare}) expect_ordinary(routine, one, 0);
+    for (RareRoutine<float> routine : {logf_rare, log2f_rare, log10f_rare}) expect_ordinary(routine, one, 0);
     expect_ordinary(log1pf_rare, 0, 0);
     for (int e = -149; e <= 127; ++e)
         expect_ordinary(log2f_rare, bits(std::ldexp(1.0f, e)), bits(static_cast<float>(e)));
