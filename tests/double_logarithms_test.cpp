@@ -1,0 +1,174 @@
+// The double logarithms: their tables, and their kernels' descriptions where results are exact and where the
+// processor's reciprocal decides between two entries of a table.
+#include "explog/double_logarithm_tables.hpp"
+
+#include <bit>
+#include <cmath>
+#include <set>
+
+#include <gtest/gtest.h>
+
+#include "frame/families.hpp"
+#include "tests/accuracy.hpp"
+#include "tests/oracle.hpp"
+
+namespace tuvo {
+namespace {
+
+using Row = std::vector<std::uint64_t>;
+
+Real real(std::uint64_t pattern) { return Real::from_pattern(Lane::f64, pattern); }
+
+Row entry(const RawTable& table, int index) {
+    const auto first = table.patterns.begin() + index * table.fields;
+    return {first, first + table.fields};
+}
+
+void expect_rows(const RawTable& table, const std::vector<std::pair<int, Row>>& known) {
+    for (const auto& [index, row] : known) EXPECT_EQ(entry(table, index), row) << "entry " << index;
+}
+
+constexpr std::uint64_t one = 0x3ff0000000000000;
+
+// Kernel tables begin with R = 512.
+
+TEST(DoubleLogarithmTables, KnownRowsOfKernels) {
+    expect_rows(log_kernel_table(), {{513 - 512, {0xbf5ff802a9ab10e6}},
+                                     {724 - 512, {0xbfd62c82f2b9c795}},
+                                     {725 - 512, {0x3fd61965cdb02c1f}},
+                                     {1023 - 512, {0x3f50020055655889}}});
+    expect_rows(log2_kernel_table(), {{513 - 512, {0xbf670f83ff0a7565}},
+                                      {724 - 512, {0xbfdffd799a83ff9b}},
+                                      {725 - 512, {0x3fdfe1e649bb6335}},
+                                      {1023 - 512, {0x3f57182a894b69c6}}});
+    expect_rows(log10_kernel_table(), {{513 - 512, {0xbf4bc48a867884b7}},
+                                       {724 - 512, {0xbfc3428e2540096d}},
+                                       {725 - 512, {0x3fc331f403985097}},
+                                       {1023 - 512, {0x3f3bcef518e29612}}});
+    for (const RawTable& table : {log_kernel_table(), log2_kernel_table(), log10_kernel_table()}) {
+        EXPECT_EQ(table.patterns.size(), 513u);
+        expect_rows(table, {{0, {0}}, {512, {0}}});
+    }
+    expect_rows(log1p_kernel_table(), {{512 - 512, {0xc086232bdd7a8300, 0xbe1ce91eef3fb100}},
+                                       {513 - 512, {0xc086232fdc7ad828, 0xbe1cefcffda73b6a}},
+                                       {1024 - 512, {0xc08628b76e3a4180, 0xbe1cf05cd5eed880}}});
+}
+
+TEST(DoubleLogarithmTables, Log1pEntriesAddExactlyAndVanishOnBothSidesOfOne) {
+    const RawTable table = log1p_kernel_table();
+    const Real ln2_hi = real(0x3fe62e42fefa0000), ln2_lo = real(0x3d7cf79abc9e0000);
+    for (int r = 512; r <= 1024; ++r) {
+        SCOPED_TRACE(r);
+        const Row row = entry(table, r - 512);
+        const Real rule = log(Real(1024) / r) - 1023 * (ln2_hi + ln2_lo);
+        EXPECT_LT(abs(real(row[0]) + real(row[1]) - rule), Real(1e-13));
+        for (int field = 1; field <= 0x7f3; ++field)
+            ASSERT_LE((field * ln2_hi + real(row[0])).significant_bits(), 53) << field;
+        if (r == 512 || r == 1024) {
+            const int field = r == 512 ? 1022 : 1023;
+            EXPECT_TRUE((field * ln2_hi + real(row[0])).is_zero());
+            EXPECT_TRUE((field * ln2_lo + real(row[1])).is_zero());
+        }
+    }
+}
+
+TEST(DoubleLogarithmTables, KnownRowsOfRoutines) {
+    expect_rows(rare_tables().at("log_table"), {{0, {one, 0, 0}},
+                                                {1, {0x3fef800000000000, 0x3f90205658a00000, 0xbd894f716c1b8bdf}},
+                                                {64, {0x3fe0000000000000, 0x3fe62e42fefa3800, 0x3d2ef35793c76730}}});
+    EXPECT_EQ(rare_tables().at("log1p_table").patterns, rare_tables().at("log_table").patterns);
+    expect_rows(rare_tables().at("log10_table"),
+                {{0, {0x3fdbc00000000000, 0, 0}}, {64, {0x3fcbc00000000000, 0x3fd34413509f8000, 0xbd380433b83b532a}}});
+    expect_rows(rare_tables().at("log2_rcp"),
+                {{0, {0x3f7f8000}}, {1, {0x3f7e8000}}, {2, {0x3f7d8000}}, {3, {0x3f7c8000}}});
+    expect_rows(rare_tables().at("log2_log"), {{0, {0x3e1485cbfb44c3b7, 0x3f671b0e00000000}},
+                                               {128, {0x3e8721082175afbf, 0x3fe2c38f00000000}},
+                                               {255, {0x3e99ac8bc0babe05, 0x3feff47600000000}}});
+}
+
+// hi must add without rounding to the exponent's product, and to what the head of the significand leaves of 1 or K.
+TEST(DoubleLogarithmTables, SumsOfRoutinesAreExact) {
+    struct Reduction {
+        const char* symbol;
+        Real (*log)(const Real&);
+        std::uint64_t scale, log_2_hi;
+        int head_bits;  ///< fractional ones
+    };
+    for (const auto& [symbol, log, scale, log_2_hi, head_bits] :
+         {Reduction{"log_table", log, one, 0x3fe62e42fefa3800, 31},
+          Reduction{"log10_table", log10, 0x3fdbc00000000000, 0x3fd34413509f8000, 29}}) {
+        SCOPED_TRACE(symbol);
+        RandomBits random(1);
+        for (int i = 0; i <= 64; ++i) {
+            const Row row = entry(rare_tables().at(symbol), i);
+            EXPECT_LT(abs(real(row[1]) + real(row[2]) + log(real(row[0]) / real(scale))), Real(1e-26)) << i;
+            for (int sample = 0; sample < 200; ++sample) {
+                const Real offset = (Real(static_cast<double>(random() >> 11) * 0x1p-53) - Real(0.5)) / 64;
+                const Real head = (1 + Real(i) / 64 + offset).rounded_to_grid(-head_bits);
+                const int e = static_cast<int>(random() % 2098) - 1074;
+                const Real sum = (head * real(row[0]) - real(scale)) + (e * real(log_2_hi) + real(row[1]));
+                ASSERT_LE(sum.significant_bits(), 53) << i << ' ' << e;
+            }
+        }
+    }
+}
+
+std::uint64_t bits_of(double x) { return std::bit_cast<std::uint64_t>(x); }
+
+TEST(DoubleLogarithms, ExactResults) {
+    const auto expect = [](const char* family, std::initializer_list<std::pair<double, double>> cases) {
+        const Program program = record_family(*find_described(family));
+        for (const auto& [x, result] : cases) {
+            const std::uint64_t argument = bits_of(x);
+            EXPECT_EQ(interpret(program, {&argument, 1}).outputs[0], bits_of(result)) << family << ' ' << x;
+        }
+    };
+    for (const char* family : {"log", "log_native", "log10", "log10_native"}) expect(family, {{1, 0}});
+    for (const char* family : {"log2", "log2_native"})
+        expect(family, {{1, 0}, {2, 1}, {4, 2}, {0.5, -1}, {0x1p-1022, -1022}, {0x1p1023, 1023}});
+    expect("log1p_native", {{0.0, 0.0}, {-0.0, 0.0}});
+    expect("log1p", {{0.0, 0.0}, {-0.0, -0.0}});
+    const std::initializer_list<double> tiny{4e-324, -4e-324, 0x1p-1022, 0x1.23456789abcdep-60, -0x1.fedcba9876543p-54};
+    for (double x : tiny) expect("log1p", {{x, x}});
+}
+
+// Processors differ in the last bits of the reciprocal, so either of two neighbouring integers may be chosen for an
+// argument between them, and each entry of a table is met from both of its ends.
+TEST(DoubleLogarithms, AnyProcessorsReciprocalWillDo) {
+    for (const char* name :
+         {"log", "log_native", "log2", "log2_native", "log10", "log10_native", "log1p", "log1p_native"}) {
+        SCOPED_TRACE(name);
+        const DescribedFamily& described = *find_described(name);
+        const Program program = record_family(described);
+        double estimate = 0;
+        const auto error = [&](double x, double deviation) {
+            const std::uint64_t argument = bits_of(described.family->operation == "log1p" ? x - 1 : x);
+            const LaneResult result = interpret(program, {&argument, 1}, false, false, [&](float m) {
+                return static_cast<float>(estimate = (1 + deviation) / static_cast<double>(m));
+            });
+            EXPECT_FALSE(result.rare);
+            return error_of(*described.family, {&argument, 1}, result.outputs);
+        };
+        const double limit = full_profile_limit(*described.family);
+        for (int r = 512; r < 1024; ++r) {
+            for (double scale : {1.0, 0.5}) {
+                for (int above : {0, 1}) {
+                    // Just enough to decide, on either side of the boundary.
+                    for (double side : {-0x1p-22, 0x1p-22}) {
+                        const double x = scale * 1024 / (r + 0.5) * (1 + side);
+                        EXPECT_LE(error(x, above ? 0x1p-21 : -0x1p-21), described.accuracy.ulp) << r;
+                        EXPECT_EQ(std::nearbyint(estimate), r + above);
+                    }
+                    // Half a unit of twelve bits: a processor that rounds its estimate to these.
+                    if (limit < 0) continue;
+                    const double x = scale * 1024 / (r + 0.5 + (above ? -0.12 : 0.12) * r / 1024);
+                    EXPECT_LE(error(x, above ? 0x1p-13 : -0x1p-13), limit) << r;
+                    EXPECT_EQ(std::nearbyint(estimate), r + above);
+                }
+            }
+        }
+    }
+}
+
+}  // namespace
+}  // namespace tuvo
