@@ -40,16 +40,14 @@ RawTable log1p_kernel_table() {
     const Real ln2_hi = f64(0x3fe62e42fefa0000), ln2_lo = f64(0x3d7cf79abc9e0000);
     RawTable table{.lane = Lane::f64, .fields = 2, .patterns = {}};
     for (int r = least; r <= greatest; ++r) {
-        if (r == least) {
-            // Arguments just below 1 have f = 1022: both sums are exact zeros there and do not drown a small result.
-            append(table, -1022 * ln2_hi);
-            append(table, -1022 * ln2_lo);
-            continue;
-        }
+        // A whole ln 2 is the entry for arguments just below 1, where f = 1022. It takes the split constants
+        // themselves, so that both sums are exact zeros there and do not drown a small result. On the grid of the other
+        // entries the sum of f ln2_hi and hi has at most 50 bits.
         const Real value = log(Real(greatest) / r);
-        const Real hi = cut_to_grid(value, -40);  // coarser than ln2_hi is fine: the sum of f ln2_hi and hi is exact
+        const Real hi = r == least ? ln2_hi : cut_to_grid(value, -40);
+        const Real lo = r == least ? ln2_lo : value - hi;
         append(table, hi - 1023 * ln2_hi);
-        append(table, value - hi - 1023 * ln2_lo);
+        append(table, lo - 1023 * ln2_lo);
     }
     return table;
 }

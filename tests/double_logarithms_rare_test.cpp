@@ -1,6 +1,6 @@
 // The rare routines of the double logarithms, called directly: value, status and exception flags of the special cases,
 // and the accuracy of the others.
-#include "tests/rare_routine.hpp"
+#include "tests/rare_call.hpp"
 
 #include <cmath>
 #include <string_view>
@@ -27,7 +27,7 @@ constexpr std::uint64_t smallest_normal = 0x0010000000000000;
 
 struct Logarithm {
     std::string_view operation;
-    RareRoutine<double> routine;
+    UnaryRoutine<double> routine;
     double ulp;       ///< largest error: this, and
     double absolute;  ///< this
 };
@@ -37,7 +37,7 @@ constexpr Logarithm logarithms_of_x[] = {
 
 TEST(DoubleLogarithmsRare, PolesDomainErrorsInfinityAndNan) {
     RandomBits random(2);
-    for (RareRoutine<double> routine : {log_rare, log2_rare, log10_rare, log1p_rare}) {
+    for (UnaryRoutine<double> routine : {log_rare, log2_rare, log10_rare, log1p_rare}) {
         const bool is_log1p = routine == log1p_rare;
         SCOPED_TRACE(is_log1p);
         if (is_log1p) {
@@ -60,7 +60,7 @@ TEST(DoubleLogarithmsRare, PolesDomainErrorsInfinityAndNan) {
 }
 
 TEST(DoubleLogarithmsRare, ExactResults) {
-    for (RareRoutine<double> routine : {log_rare, log10_rare}) expect_ordinary(routine, one, 0);
+    for (UnaryRoutine<double> routine : {log_rare, log10_rare}) expect_ordinary(routine, one, 0);
     for (int e = -1074; e < -1022; ++e)
         expect_ordinary(log2_rare, bits(std::ldexp(1.0, e)), bits(static_cast<double>(e)));
 }

@@ -1,6 +1,6 @@
 // The rare routines of the float logarithms, called directly: value, status and exception flags of the special cases,
 // and the accuracy of the others.
-#include "tests/rare_routine.hpp"
+#include "tests/rare_call.hpp"
 
 #include <cmath>
 #include <optional>
@@ -39,7 +39,7 @@ constexpr std::uint32_t smallest_normal = 0x00800000;
 struct Logarithm {
     std::string_view name;
     std::string_view operation;
-    RareRoutine<float> routine;
+    UnaryRoutine<float> routine;
 };
 
 constexpr Logarithm logarithms_of_x[] = {
@@ -86,7 +86,7 @@ TEST(FloatLogarithmsRare, NegativesAreDomainErrors) {
 
 TEST(FloatLogarithmsRare, InfinityAndNanPassThrough) {
     RandomBits random(2);
-    for (RareRoutine<float> routine : {logf_rare, log2f_rare, log10f_rare, log1pf_rare}) {
+    for (UnaryRoutine<float> routine : {logf_rare, log2f_rare, log10f_rare, log1pf_rare}) {
         expect_ordinary(routine, infinity, infinity);
         for (int i = 0; i < 64; ++i) {
             const std::uint32_t nan = static_cast<std::uint32_t>(random()) | infinity | quiet;
@@ -99,7 +99,7 @@ TEST(FloatLogarithmsRare, InfinityAndNanPassThrough) {
 }
 
 TEST(FloatLogarithmsRare, ExactResults) {
-    for (RareRoutine<float> routine : {logf_rare, log2f_rare, log10f_rare}) expect_ordinary(routine, one, 0);
+    for (UnaryRoutine<float> routine : {logf_rare, log2f_rare, log10f_rare}) expect_ordinary(routine, one, 0);
     expect_ordinary(log1pf_rare, 0, 0);
     for (int e = -149; e <= 127; ++e)
         expect_ordinary(log2f_rare, bits(std::ldexp(1.0f, e)), bits(static_cast<float>(e)));

@@ -18,7 +18,7 @@ namespace tuvo {
 inline void PrintTo(RareStatus status, std::ostream* out) { *out << "status " << static_cast<int>(status); }
 
 template <class T>
-using RareRoutine = RareStatus (*)(const T*, T*);
+using UnaryRoutine = RareStatus (*)(const T*, T*);
 template <class T>
 using PatternOf = std::conditional_t<sizeof(T) == 4, std::uint32_t, std::uint64_t>;
 
@@ -30,7 +30,7 @@ struct RareOutcome {
 };
 
 template <class T>
-RareOutcome<T> call(RareRoutine<T> routine, std::type_identity_t<PatternOf<T>> x) {
+RareOutcome<T> call(UnaryRoutine<T> routine, std::type_identity_t<PatternOf<T>> x) {
     const T argument = std::bit_cast<T>(x);
     T result = 42;
     const unsigned saved = _mm_getcsr();
@@ -43,7 +43,7 @@ RareOutcome<T> call(RareRoutine<T> routine, std::type_identity_t<PatternOf<T>> x
 }
 
 template <class T>
-void expect_domain_error(RareRoutine<T> routine, std::type_identity_t<PatternOf<T>> x) {
+void expect_domain_error(UnaryRoutine<T> routine, std::type_identity_t<PatternOf<T>> x) {
     constexpr auto quiet = PatternOf<T>{1} << (sizeof(T) == 4 ? 22 : 51);
     const RareOutcome<T> got = call(routine, x);
     EXPECT_TRUE(std::isnan(std::bit_cast<T>(got.pattern)) && (got.pattern & quiet))
@@ -54,7 +54,7 @@ void expect_domain_error(RareRoutine<T> routine, std::type_identity_t<PatternOf<
 
 /// The pole gives minus infinity.
 template <class T>
-void expect_pole(RareRoutine<T> routine, std::type_identity_t<PatternOf<T>> x) {
+void expect_pole(UnaryRoutine<T> routine, std::type_identity_t<PatternOf<T>> x) {
     const RareOutcome<T> got = call(routine, x);
     EXPECT_EQ(got.pattern, bits(-static_cast<T>(INFINITY))) << std::hex << x;
     EXPECT_EQ(got.status, RareStatus::pole) << std::hex << x;
@@ -62,7 +62,7 @@ void expect_pole(RareRoutine<T> routine, std::type_identity_t<PatternOf<T>> x) {
 }
 
 template <class T>
-void expect_ordinary(RareRoutine<T> routine, std::type_identity_t<PatternOf<T>> x,
+void expect_ordinary(UnaryRoutine<T> routine, std::type_identity_t<PatternOf<T>> x,
                      std::type_identity_t<PatternOf<T>> expected) {
     const RareOutcome<T> got = call(routine, x);
     EXPECT_EQ(got.pattern, expected) << std::hex << x;
