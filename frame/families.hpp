@@ -16,6 +16,8 @@ struct Accuracy {
     std::vector<std::uint64_t> worst{};  ///< the arguments that gave it, as bit patterns
     /// Patterns of the first argument around which the test samples densely: thresholds of the method.
     std::vector<std::uint64_t> thresholds{};
+    /// The error exceeds what the compute language's full profile allows, by the method as it is.
+    bool beyond_profile = false;
 };
 
 struct DescribedFamily {
