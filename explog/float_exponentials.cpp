@@ -185,19 +185,25 @@ F32 expm1_native(F32 x) {
 }
 
 const Describe families[] = {
-    {{"expf"}, describe(exp_default), {.ulp = 1, .worst = {0}, .thresholds = {exp_limit, exp_overflow, exp_underflow}}},
-    {{"expf_rm"}, describe(exp_rm), {.ulp = 1, .worst = {0}, .thresholds = {exp_limit, exp_overflow, exp_underflow}}},
+    {{"expf"},
+     describe(exp_default),
+     {.ulp = 0.7865, .worst = {0x42128ac8}, .thresholds = {exp_limit, exp_overflow, exp_underflow}}},
+    {{"expf_rm"},
+     describe(exp_rm),
+     {.ulp = 2.933, .worst = {0xc0bc884d}, .thresholds = {exp_limit, exp_overflow, exp_underflow}}},
     {{"expf_native", "expf_half"},
      describe(exp_native),
-     {.ulp = 1, .worst = {0}, .thresholds = {exp_limit, exp_overflow, exp_underflow}}},
-    {{"exp2f", "exp2f_rm"}, describe(exp2_default), {.ulp = 1, .worst = {0}, .thresholds = {exp2_limit}}},
-    {{"exp2f_native", "exp2f_half"}, describe(exp2_native), {.ulp = 1, .worst = {0}, .thresholds = {exp2_limit}}},
-    {{"exp10f"}, describe(exp10_default), {.ulp = 1, .worst = {0}, .thresholds = {exp10_limit}}},
+     {.ulp = 2169, .worst = {0x429ebb12}, .thresholds = {exp_limit, exp_overflow, exp_underflow}}},
+    {{"exp2f", "exp2f_rm"}, describe(exp2_default), {.ulp = 1.102, .worst = {0xbefffacf}, .thresholds = {exp2_limit}}},
+    {{"exp2f_native", "exp2f_half"},
+     describe(exp2_native),
+     {.ulp = 1231, .worst = {0xbcc27b90}, .thresholds = {exp2_limit}}},
+    {{"exp10f"}, describe(exp10_default), {.ulp = 0.5565, .worst = {0x42107df2}, .thresholds = {exp10_limit}}},
     {{"exp10f_native", "exp10f_half", "exp10f_rm"},
      describe(exp10_native),
-     {.ulp = 1, .worst = {0}, .thresholds = {exp10_limit}}},
-    {{"expm1f"}, describe(expm1_default), {.ulp = 1, .worst = {0}, .thresholds = {expm1_limit}}},
-    {{"expm1f_native"}, describe(expm1_native), {.ulp = 1, .worst = {0}, .thresholds = {expm1_limit}}},
+     {.ulp = 1305, .worst = {0x4217b13a}, .thresholds = {exp10_limit}}},
+    {{"expm1f"}, describe(expm1_default), {.ulp = 1.802, .worst = {0x3cdf30e3}, .thresholds = {expm1_limit}}},
+    {{"expm1f_native"}, describe(expm1_native), {.ulp = 283.7, .worst = {0x3c31723d}, .thresholds = {expm1_limit}}},
 };
 
 }  // namespace
