@@ -338,13 +338,15 @@ template <typename A, typename B> struct OutputTypes<std::pair<A, B>> {
     static std::vector<int> nodes(const std::pair<A, B>& v) { return {v.first.node, v.second.node}; }
 };
 template <typename R, typename... A>
-Description describe(R (*function)(A...)) {
+Description describe(std::function<R(A...)> function) {
     return {{A::type...}, OutputTypes<R>::types(), [function](const std::vector<int>& arguments) {
                 return [&]<std::size_t... k>(std::index_sequence<k...>) {
                     return OutputTypes<R>::nodes(function(A(arguments[k], nullptr)...));
                 }(std::index_sequence_for<A...>{});
             }};
 }
+template <typename R, typename... A>
+Description describe(R (*function)(A...)) { return describe(std::function<R(A...)>(function)); }
 
 // clang-format on
 
