@@ -34,6 +34,7 @@ public:
         kernel_.sections.resize(program.sections.size());
         choose_by_part_size();
         live_ = live_nodes(program_);
+        narrow_ = works_narrow();
         forms_.resize(program.nodes.size());
         halves_wanted_ = find_integer_users();
     }
@@ -54,6 +55,7 @@ private:
     const int width_;
     Kernel kernel_;
     std::vector<bool> live_;
+    bool narrow_ = false;  ///< whole parts are of 128 bits, too
     std::vector<bool> halves_wanted_;
     std::vector<Forms> forms_;
     int section_ = 0;
@@ -66,9 +68,11 @@ private:
 
     int lanes() const { return physical_lanes(width_); }
     bool scalar() const { return width_ == 1; }
-    int whole_count(Type type) const { return std::max(1, lanes() * type_size(type) / 32); }
+    int whole_count(Type type) const {
+        return narrow_ ? half_count(type) : std::max(1, lanes() * type_size(type) / 32);
+    }
     int half_count(Type type) const { return std::max(1, lanes() * type_size(type) / 16); }
-    int whole_bits(Type type) const { return lanes() * type_size(type) > 16 ? 256 : 128; }
+    int whole_bits(Type type) const { return !narrow_ && lanes() * type_size(type) > 16 ? 256 : 128; }
     bool split(Type type) const { return whole_bits(type) == 256; }
     int count(Type type, Shape shape) const { return shape == Shape::whole ? whole_count(type) : half_count(type); }
     int bits(Type type, Shape shape) const { return shape == Shape::whole ? whole_bits(type) : 128; }
@@ -80,6 +84,14 @@ private:
         const int chosen = part_bits(family_.element, width_).front() == 256 ? 1 : 0;
         for (Node& node : program_.nodes)
             if (node.op == Op::by_part_size) node.op = Op::bitcast, node.args = {node.args[chosen], -1, -1};
+    }
+
+    /// A kernel that returns no whole register, and has no rare path, takes its 256-bit arguments apart at once. Then
+    /// it leaves no upper halves in use, and need not keep those of the caller from a vzeroupper.
+    bool works_narrow() const {
+        if (kernel_.form == Form::memory || family_.has_rare || program_.sections.size() > 1) return false;
+        const auto fits = [&](Lane lane) { return lanes() * lane_size(lane) <= 16; };
+        return std::ranges::all_of(family_.outputs(), fits) && !std::ranges::all_of(family_.arguments, fits);
     }
 
     // Making instructions.
@@ -124,6 +136,7 @@ private:
     }
 
     void note_width(int bits, const std::vector<Operand>& sources) {
+        if (narrow_) return;
         if (bits == 256) kernel_.works_256 = true;
         for (const Operand& o : sources)
             if (o.bits == 256) kernel_.works_256 = true;
@@ -259,7 +272,7 @@ private:
             if (f.whole.empty()) throw std::logic_error(program_.name + ": a value is used before it is made");
             for (int r : f.whole) {
                 f.half.push_back(r);
-                f.half.push_back(emit("vextractf128", 128, {reg(r, 256)}, 1));
+                f.half.push_back(upper_half(r));
             }
         }
         return shape == Shape::whole ? f.whole : f.half;
@@ -275,6 +288,8 @@ private:
         if (is_constant(node)) return constant_operand(node, bits);
         return in_register(node, shape, part, bits);
     }
+
+    int upper_half(int r) { return emit("vextractf128", 128, {reg(r, 256)}, 1); }
 
     void set(int node, Shape shape, std::vector<int> registers) {
         for (int r : registers)
@@ -326,10 +341,10 @@ private:
             half = half && has(a, Shape::half);
         }
         if (!any) return Shape::whole;
-        // Arithmetic on floats beside doubles stays in the halves that conversions from and to doubles deal in.
+        // Beside doubles, 32-bit lanes stay in the halves that conversions from and to doubles deal in.
+        if (!whole && wide_family() && type_size(n.type) == 4) return Shape::half;
         if (is_floating(n.type) && !is_bitwise(n.op) && n.op != Op::select)
-            return !whole && (wide_family() || halves_wanted_[node]) && type_size(n.type) == 4 ? Shape::half
-                                                                                               : Shape::whole;
+            return !whole && halves_wanted_[node] && type_size(n.type) == 4 ? Shape::half : Shape::whole;
         if (halves_wanted_[node] && (half || !whole)) return Shape::half;
         return Shape::whole;
     }
@@ -361,12 +376,13 @@ private:
                 raw.push_back(emit(lane_size(lane) == 4 ? "vmovd" : "vmovq", 128, {source}));
             } else {
                 for (int bits : part_bits(lane, width_)) {
-                    const int r = new_register(bits);
+                    const int r = new_register(narrow_ ? 128 : bits);
                     // A whole register that arrives may be moved or stashed, which is 256-bit work enough.
-                    if (bits == 256) kernel_.works_256 = true;
+                    if (bits == 256) kernel_.works_256 = !narrow_;
                     kernel_.registers[r].fixed = next_vector++;
                     kernel_.registers[r].name = "argument " + std::to_string(a);
                     raw.push_back(r);
+                    if (bits == 256 && narrow_) raw.push_back(upper_half(r));
                 }
             }
             widen_argument(int(a), lane);
@@ -392,18 +408,19 @@ private:
             raw[0] = floating ? emit("vmovddup", 128, {source}) : emit("vpunpcklqdq", 128, {source, source});
         } else if (width_ == 3) {
             const int size = lane_size(lane), bits = whole_bits(type);
-            std::vector<std::uint8_t> mask(size * 4), fill(size * 4);
+            std::vector<std::uint8_t> mask(bits / 8), fill(bits / 8);
             std::fill(mask.end() - size, mask.end(), 0xff);
             const std::uint64_t pattern = lane3_fill(family_, argument);
-            std::memcpy(fill.data() + 3 * size, &pattern, size);
+            std::memcpy(fill.data() + fill.size() - size, &pattern, size);
             const bool integer = !floating && bits == 128;
             const int mask_register = rematerialized(
                 integer ? "vmovdqa" : "vmovaps", {mem(pool_item(mask, "lane 3"), bits)}, bits, File::vector, "lane 3");
-            raw[0] = emit(integer ? "vpandn" : "vandnps", bits, {reg(mask_register), source});
+            int& last = raw.back();
+            last = emit(integer ? "vpandn" : "vandnps", bits, {reg(mask_register), reg(last)});
             if (pattern != 0)
-                raw[0] = emit(
-                    integer ? "vpor" : "vorps", bits,
-                    {reg(raw[0]), mem(pool_item(fill, "fill of lane 3: " + describe_pattern(type, pattern)), bits)});
+                last =
+                    emit(integer ? "vpor" : "vorps", bits,
+                         {reg(last), mem(pool_item(fill, "fill of lane 3: " + describe_pattern(type, pattern)), bits)});
         }
     }
 
@@ -597,8 +614,12 @@ private:
                 const Operand source = in_register(a, Shape::half, 0, 128);
                 result.push_back(emit("vcvtss2sd", 128, {source, source}));
             } else {
-                for (int p = 0; p < whole_count(n.type); ++p)
-                    result.push_back(emit(name, whole_bits(n.type), {in_register(a, Shape::half, p, 128)}));
+                const int fours = whole_bits(n.type) == 256 ? 1 : 2;  // wholes that four lanes fill
+                for (int p = 0; p < whole_count(n.type); ++p) {
+                    Operand source = in_register(a, Shape::half, p / fours, 128);
+                    if (p % fours == 1) source = reg(emit("vpshufd", 128, {source}, 0xee));
+                    result.push_back(emit(name, whole_bits(n.type), {source}));
+                }
             }
         } else {  // doubles to 32-bit lanes
             const char* name = n.op == Op::narrow ? "vcvtpd2ps" : n.op == Op::float_to_int ? "vcvtpd2dq" : "vcvttpd2dq";
@@ -607,12 +628,20 @@ private:
                 const Operand source = in_register(a, Shape::whole, p, whole_bits(from));
                 int r = scalar() && n.op == Op::narrow ? emit("vcvtsd2ss", 128, {source, source})
                                                        : emit(name, 128, {source});
-                if (width_ == 2) r = emit("vmovddup", 128, {reg(r)});  // the upper lanes hold copies, not zeros
+                // Zeros in the upper lanes become copies, unless nothing but the caller looks at the value.
+                if (width_ == 2 && is_read(k)) r = emit("vmovddup", 128, {reg(r)});
                 result.push_back(r);
             }
+            if (narrow_ && width_ > 2) result = {emit("vunpcklpd", 128, {reg(result[0]), reg(result[1])})};
         }
         set(k, shape, result);
         comment(k, int(result.size()) - 1, int(result.size()));
+    }
+
+    bool is_read(int node) const {
+        for (std::size_t k = 0; k < live_.size(); ++k)
+            if (live_[k] && std::ranges::count(program_.nodes[k].args, node) > 0) return true;
+        return std::ranges::any_of(program_.rare, [&](const RareTest& test) { return test.mask == node; });
     }
 
     /// Moves between 32-bit and 64-bit integer lanes: four lanes are one register of words and two of long words.

@@ -83,6 +83,9 @@ std::vector<Instruction> schedule(const Kernel& kernel, const std::vector<Instru
                 for (int reader : readers[j.before])
                     if (reader != k) edge(reader, k, 0);
         }
+        // The upper half of an argument is fetched before anything can move the lower half away.
+        if (i.mnemonic == "vextractf128" && kernel.registers[i.sources[0].reg].bits < 256)
+            for (int after = k + 1; after < n; ++after) edge(k, after, 0);
         if (i.kind == Instruction::Kind::rare || i.kind == Instruction::Kind::end)
             for (int before = 0; before < k; ++before) edge(before, k, 0);
         // The rare path comes back with the results alone: what leads out of the kernel is done after it.
