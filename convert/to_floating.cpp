@@ -6,16 +6,11 @@
 // sums; rte has no correction, and follows the processor's mode.
 #include <string>
 
-#include "convert/rounding_words.hpp"
+#include "convert/conversions.hpp"
 #include "frame/families.hpp"
 
 namespace tuvo {
 namespace {
-
-template <Type T>
-Value<T> constant(std::uint64_t pattern) {
-    return Value<T>(record_constant(T, pattern), nullptr);
-}
 
 /// Pieces have as many bits as the fraction of the type; the one at bit k converts under the power of two whose last
 /// place is 2^k.
@@ -38,26 +33,23 @@ struct Pieces<Type::f64> {
 template <Type T>
 Value<T> exact(Value<int_of(T)> piece, int place) {
     const std::uint64_t power = Pieces<T>::power[place];
-    return as_float(piece | constant<int_of(T)>(power)) - constant<T>(power);
+    return as_float(piece | pattern<int_of(T)>(power)) - pattern<T>(power);
 }
 
-/// All ones in negative lanes: as a mask it stands for select, whose eye is on the sign alone.
-I32 magnitude(I32 x) {
-    const I32 sign = shift_right_signed(x, 31);
-    return (x ^ sign) - sign;
-}
-I64 magnitude(I64 x) { return select(as_mask(x), i64(0) - x, x); }
-
-/// -1 where x is negative, else 1: adding it to a pattern of that sign is a step upward.
-I32 upward(I32 x) { return shift_right_signed(x, 31) | i32(1); }
-I64 upward(I64 x) { return select(as_mask(x), i64(0xffffffffffffffff), i64(1)); }
-
-/// What a magnitude leaves to be decided: the rounded sum, and where the sum is above or below the exact value.
 template <Type T>
-struct Sum {
-    Value<T> rounded;
-    Value<mask_of(T)> above, below;
+struct Signed {
+    Value<T> magnitude;
+    Value<float_of(T)> sign;  ///< the sign bit alone
+    Value<T> upward;          ///< -1 where negative, else 1: added to a pattern of that sign, a step upward
 };
+Signed<Type::i32> split_sign(I32 x) {
+    const I32 negative = shift_right_signed(x, 31);
+    return {(x ^ negative) - negative, as_float(x & i32(0x80000000)), negative | i32(1)};
+}
+Signed<Type::i64> split_sign(I64 x) {
+    return {select(as_mask(x), i64(0) - x, x), as_float(x & i64(0x8000000000000000)),
+            select(as_mask(x), i64(0xffffffffffffffff), i64(1))};
+}
 
 /// The pattern one lower, or one higher, where the mask is set: a set mask is -1.
 template <Type T>
@@ -68,23 +60,44 @@ template <Type T>
 Value<T> raised(Value<T> x, Value<mask_of(T)> mask) {
     return as_float(bits(x) - bits(mask));
 }
-
-/// Integers of the size of the float: two pieces, one sum.
+/// One step downward or upward where the mask is set.
 template <Type T>
-Value<T> from_equal_size(Value<int_of(T)> x, RoundTo word, bool is_signed) {
-    using I = Value<int_of(T)>;
-    const I a = is_signed ? magnitude(x) : x;
-    const Value<T> low = exact<T>(a & constant<int_of(T)>(Pieces<T>::mask), 0).as("low");
+Value<T> stepped(RoundTo word, Value<T> x, Value<mask_of(T)> mask, Value<int_of(T)> upward) {
+    const Value<int_of(T)> step = where(mask, upward);
+    return as_float(word == RoundTo::down ? bits(x) - step : bits(x) + step);
+}
+
+template <Type T>
+struct Sum {
+    Value<T> low, high, rounded;
+};
+/// The magnitude from two pieces.
+template <Type T>
+Sum<T> sum_of_pieces(Value<int_of(T)> a) {
+    const Value<T> low = exact<T>(a & pattern<int_of(T)>(Pieces<T>::mask), 0).as("low");
     const Value<T> high = exact<T>(a >> Pieces<T>::bits, 1).as("high");
-    const Value<T> sum = (high + low).as("sum");
-    const auto sign = [&](Value<T> value) { return is_signed ? value | sign_bit(as_float(x)) : value; };
-    if (word == RoundTo::nearest_even) return sign(sum);
-    if (word == RoundTo::zero || (word == RoundTo::down && !is_signed))
-        return sign(lowered(sum, sum - high > low));
-    if (!is_signed) return raised(sum, sum - high < low);
-    const Value<T> r = sign(sum), taken = r - sign(high);
-    if (word == RoundTo::down) return as_float(bits(r) - where(taken > sign(low), upward(x)));
-    return as_float(bits(r) + where(taken < sign(low), upward(x)));
+    return {low, high, (high + low).as("sum")};
+}
+
+/// Unsigned integers of the size of the float.
+template <Type T>
+Value<T> from_unsigned(Value<int_of(T)> x, RoundTo word) {
+    const auto [low, high, sum] = sum_of_pieces<T>(x);
+    if (word == RoundTo::nearest_even) return sum;
+    if (word == RoundTo::up) return raised(sum, sum - high < low);
+    return lowered(sum, sum - high > low);
+}
+
+/// Signed ones. The correction toward an infinity is decided on the signed values.
+template <Type T>
+Value<T> from_signed(Value<int_of(T)> x, RoundTo word) {
+    const auto [magnitude, sign, upward] = split_sign(x);
+    const auto [low, high, sum] = sum_of_pieces<T>(magnitude);
+    if (word == RoundTo::zero) return lowered(sum, sum - high > low) | sign;
+    const Value<T> r = sum | sign;
+    if (word == RoundTo::nearest_even) return r;
+    const Value<T> taken = r - (high | sign), rest = low | sign;
+    return stepped(word, r, word == RoundTo::down ? taken > rest : taken < rest, upward);
 }
 
 /// The sum of three pieces, to nearest. The sum of the two high ones may be a tie that the low one breaks: an odd last
@@ -98,39 +111,59 @@ F32 sum_to_nearest(F32 f2, F32 f1, I32 p0) {
     return as_float(bits(sum) | where(false_tie, i32(1))) - negated_f0;
 }
 
-F32 from_long(I64 x, RoundTo word, bool is_signed) {
-    const I64 a = is_signed ? magnitude(x) : x;
-    const I32 piece = i32(0x007fffff), p0 = low_word(a) & piece;
-    const F32 f1 = exact<Type::f32>(low_word(a >> 23) & piece, 1).as("f1");
-    const F32 f2 = exact<Type::f32>(low_word(a >> 46), 2).as("f2");
-    const F32 sign = is_signed ? as_float(high_word(x) & i32(0x80000000)) : F32();
-    const auto with_sign = [&](F32 value) { return is_signed ? value | sign : value; };
-    if (word == RoundTo::nearest_even) return with_sign(sum_to_nearest(f2, f1, p0));
+struct ThreePieces {
+    I32 p0;
+    F32 f1, f2;
+};
+ThreePieces three_pieces(I64 a) {
+    const I32 mask = i32(0x007fffff);
+    return {low_word(a) & mask, exact<Type::f32>(low_word(a >> 23) & mask, 1).as("f1"),
+            exact<Type::f32>(low_word(a >> 46), 2).as("f2")};
+}
 
-    // Errors of the two sums; the second one takes in the first's result.
+struct SumAndError {
+    F32 sum, error;
+};
+/// The sum of three pieces and the sign of what its rounding lost: both additions' errors are exact, or so large that
+/// their last bits don't matter.
+SumAndError sum_with_error(const ThreePieces& pieces) {
+    const auto [p0, f1, f2] = pieces;
     const F32 f0 = exact<Type::f32>(p0, 0).as("f0");
     const F32 s1 = f1 + f0, e1 = f0 + (f1 - s1);
     const F32 s2 = (f2 + s1).as("sum"), e2 = s1 + (f2 - s2);
-    const F32 error = (e1 + e2).as("error");
-    if (word == RoundTo::zero || (word == RoundTo::down && !is_signed)) return with_sign(lowered(s2, error < 0.0f));
-    if (!is_signed) return raised(s2, error > 0.0f);
-    const F32 r = with_sign(s2), signed_error = error ^ sign;
-    const I32 step = upward(high_word(x));
-    if (word == RoundTo::down) return as_float(bits(r) - where(signed_error < 0.0f, step));
-    return as_float(bits(r) + where(signed_error > 0.0f, step));
+    return {s2, (e1 + e2).as("error")};
+}
+
+F32 from_ulong(I64 x, RoundTo word) {
+    const ThreePieces pieces = three_pieces(x);
+    if (word == RoundTo::nearest_even) return sum_to_nearest(pieces.f2, pieces.f1, pieces.p0);
+    const auto [sum, error] = sum_with_error(pieces);
+    return word == RoundTo::up ? raised(sum, error > 0.0f) : lowered(sum, error < 0.0f);
+}
+
+F32 from_long(I64 x, RoundTo word) {
+    const I32 head = high_word(x);
+    const F32 sign = as_float(head & i32(0x80000000));
+    const ThreePieces pieces = three_pieces(split_sign(x).magnitude);
+    if (word == RoundTo::nearest_even) return sum_to_nearest(pieces.f2, pieces.f1, pieces.p0) | sign;
+    const auto [sum, error] = sum_with_error(pieces);
+    if (word == RoundTo::zero) return lowered(sum, error < 0.0f) | sign;
+    const F32 r = sum | sign, e = error ^ sign;
+    return stepped(word, r, word == RoundTo::down ? e < 0.0f : e > 0.0f, split_sign(head).upward);
 }
 
 F32 from_double(F64 x, RoundTo word) {
     const F32 f = to_f32(x).as("f");
     if (word == RoundTo::nearest_even) return f;
     const F64 w = to_f64(f).as("w");
-    // A magnitude that is too large isn't zero: taking a step off its pattern leaves the sign alone.
+    // A magnitude that is too large isn't zero: a step off its pattern leaves the sign alone.
     if (word == RoundTo::zero) return lowered(f, narrow_mask(abs(x) < abs(w)));
-    if (word == RoundTo::down) return as_float(bits(f) - where(narrow_mask(x < w), upward(bits(f))));
-    return as_float(bits(f) + where(narrow_mask(w < x), upward(bits(f))));
+    return stepped(word, f, narrow_mask(word == RoundTo::down ? x < w : w < x), split_sign(bits(f)).upward);
 }
 
-F64 double_from_uint(I32 x) { return exact<Type::f64>(zero_extend(x), 0); }
+/// Every 32-bit integer is a double.
+F64 double_from_int(I32 x, RoundTo) { return to_f64(x); }
+F64 double_from_uint(I32 x, RoundTo) { return exact<Type::f64>(zero_extend(x), 0); }
 
 /// Integers of every length that lie halfway between two neighbours of the given precision, with an even and with an
 /// odd one below, and the same with a bit set far down.
@@ -152,22 +185,25 @@ const std::vector<std::uint64_t> double_thresholds{
     0x36b8000000000000,                      // 3 2^-149
 };
 
-template <typename Convert>
-void register_family(const std::string& name, Convert convert, std::vector<std::uint64_t> thresholds) {
-    Describe({name.c_str()}, describe(std::function(convert)), {.thresholds = std::move(thresholds)});
+template <typename To, typename From>
+void register_family(const std::string& name, To (*convert)(From, RoundTo), const RoundingWord& word,
+                     std::vector<std::uint64_t> thresholds) {
+    Describe({name.c_str()}, describe(std::function([=, to = word.to](From x) { return convert(x, to); })),
+             {.thresholds = std::move(thresholds)});
 }
 
 const bool registered = [] {
-    for (const auto& [name, word] : rounding_words) {
-        for (const bool is_signed : {false, true}) {
-            const std::string letter = is_signed ? "i" : "u";
-            const std::string from_32 = "cvt" + letter + "32tofp" + name, from_64 = "cvt" + letter + "64tofp" + name;
-            register_family(from_32 + "f", [=](I32 x) { return from_equal_size<Type::f32>(x, word, is_signed); }, halfway(32, 24));
-            register_family(from_32, [=](I32 x) { return is_signed ? to_f64(x) : double_from_uint(x); }, {});
-            register_family(from_64 + "f", [=](I64 x) { return from_long(x, word, is_signed); }, halfway(64, 24));
-            register_family(from_64, [=](I64 x) { return from_equal_size<Type::f64>(x, word, is_signed); }, halfway(64, 53));
-        }
-        register_family(std::string("cvtfp64tofp32") + name, [=](F64 x) { return from_double(x, word); }, double_thresholds);
+    for (const RoundingWord& word : rounding_words) {
+        const std::string ending = std::string("tofp") + word.name;
+        register_family("cvti32" + ending, double_from_int, word, {});
+        register_family("cvtu32" + ending, double_from_uint, word, {});
+        register_family("cvti32" + ending + "f", from_signed<Type::f32>, word, halfway(32, 24));
+        register_family("cvtu32" + ending + "f", from_unsigned<Type::f32>, word, halfway(32, 24));
+        register_family("cvti64" + ending, from_signed<Type::f64>, word, halfway(64, 53));
+        register_family("cvtu64" + ending, from_unsigned<Type::f64>, word, halfway(64, 53));
+        register_family("cvti64" + ending + "f", from_long, word, halfway(64, 24));
+        register_family("cvtu64" + ending + "f", from_ulong, word, halfway(64, 24));
+        register_family("cvtfp64tofp32" + std::string(word.name), from_double, word, double_thresholds);
     }
     return true;
 }();

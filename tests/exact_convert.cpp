@@ -36,7 +36,8 @@ Number decode(Lane lane, std::uint64_t pattern) {
     const std::uint64_t fraction = pattern & ((std::uint64_t{1} << fraction_bits) - 1);
     const std::uint64_t field = pattern >> fraction_bits & top;
     const int lowest = 2 - int(top / 2 + 1) - fraction_bits;  // exponent of subnormals
-    Number x{(pattern >> (size - 1)) != 0, field == top && fraction != 0, field == top && fraction == 0, fraction, lowest};
+    Number x{(pattern >> (size - 1)) != 0, field == top && fraction != 0, field == top && fraction == 0, fraction,
+             lowest};
     if (field != 0) {
         x.significand |= std::uint64_t{1} << fraction_bits;
         x.exponent += int(field) - 1;
