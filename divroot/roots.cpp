@@ -1,0 +1,113 @@
+// Square roots and reciprocal square roots: sqrt, rsqrt.
+//
+// Default square roots are the processor's correctly rounded instruction. All else starts from its 12-bit reciprocal
+// square root of a float, and refines it not at all or by a polynomial in the residual e = 1 - y^2 x:
+//     1 / sqrt(x) = y (1 - e)^(-1/2) = y (1 + e/2 + 3/8 e^2 + 5/16 e^3 + ...).
+// Without a fused multiply-add, e is kept good by an estimate with so few bits that its square is exact.
+#include "frame/families.hpp"
+
+namespace tuvo {
+namespace {
+
+template <Type T>
+Value<T> square_root(Value<T> x) {
+    return sqrt(x);
+}
+
+// Float.
+
+/// Zeros, subnormals, negative numbers, infinities and NaNs, in one compare: the subtraction moves the positive normal
+/// patterns to the bottom of the signed range.
+void rare_unless_positive_normal(F32 x) { rare_if((bits(x) - i32(0x80800000)) > i32(0xfeffffff)); }
+
+F32 sqrt_estimate(F32 x) { return x * reciprocal_sqrt_approximation(x); }
+
+F32 sqrt_half(F32 x) {
+    rare_unless_positive_normal(x);
+    return sqrt_estimate(x);
+}
+
+F32 rsqrt_default(F32 x) {
+    rare_unless_positive_normal(x);
+    const F32 r = (reciprocal_sqrt_approximation(x) & f32(0xffff8000)).as("r");  // 8 fraction bits
+    const F32 e = ((r * r) * x - 1.0f).as("e");
+    F32 p = e * f32(0xbea00000) + f32(0x3ec00000);  // -0.3125, 0.375
+    p = p * e + f32(0xbf000000);                    // -0.5
+    p = e * p;
+    return r + r * p;
+}
+
+/// One Newton step.
+F32 rsqrt_short(F32 x) {
+    rare_unless_positive_normal(x);
+    const F32 r = reciprocal_sqrt_approximation(x).as("r");
+    return (r * f32(0xbf000000)) * (r * (r * x) - 3.0f);  // -0.5
+}
+
+// Double.
+
+/// The estimate in float lanes: outside their range it is that of zero or infinity, and that is left so.
+F64 sqrt_native(F64 x) { return x * to_f64(reciprocal_sqrt_approximation(to_f32(x))); }
+
+/// One compare of the high words, for everything outside an interval of positive numbers.
+void rare_outside(F64 x, std::uint32_t offset, std::uint32_t limit) {
+    rare_if((high_word(x) - i32(offset)) > i32(limit));
+}
+
+/// 1 / sqrt(x) to 12 bits, for positive normal x. The significand goes to the processor's estimate as a float in [1, 4),
+/// made by integer steps; half of the exponent that this takes off comes back as a power of two.
+F64 rsqrt_estimate(F64 x) {
+    const I64 exponent = bits(x) & i64(0x7ff0000000000000);
+    const I64 parity = and_not(exponent, i64(0x0010000000000000)).as("parity");  // bit 52 for an even exponent
+    const I64 a = parity + i64(0x07f0000000000000);
+    const I64 b = parity + i64(0xbfd0000000000000);
+    const F32 s = as_float(low_word(((bits(x) & i64(0x001fffffffffffff)) >> 29) | (a >> 29))).as("s in [1, 4)");
+    const F64 r = to_f64(reciprocal_sqrt_approximation(s)).as("r");
+    const F64 scale = as_float((b - exponent) >> 1).as("scale");
+    return (r * scale).as("y");
+}
+
+constexpr std::uint64_t rsqrt_polynomial[] = {
+    0x3fd1800032338cbb,  // 0.27343754675366555
+    0x3fd40000b13001d9,  // 0.31250016501874495
+    0x3fd80000000000f6,  // 0.37500000000001366
+    0x3fdffffffffffe71,  // 0.49999999999997785
+};
+constexpr std::uint64_t rsqrt_native_polynomial[] = {
+    0x3fd80000c4cd9197,  // 0.37500018328707924
+    0x3fe000004379adb7,  // 0.5000001256825531
+    0x3fefffffffffff4f,  // 0.9999999999999803
+};
+
+F64 rsqrt_double(F64 x) {
+    rare_outside(x, 0x83500000, 0xfc7fffff);  // [2^-970, 2^1022)
+    const F64 y = rsqrt_estimate(x);
+    const F64 t = (y * y).as("t");
+    // y^2 is exact, and x in two parts keeps the large product exact where the estimate has few bits.
+    const F64 high = (x & f64(0xfffffffff8000000)).as("x head");
+    const F64 low = (x - high).as("x tail");
+    const F64 e = ((1.0 - t * high) - t * low).as("e");
+    return y + y * (e * horner(e, rsqrt_polynomial));
+}
+
+F64 rsqrt_native(F64 x) {
+    rare_outside(x, 0x80300000, 0xff9fffff);  // [2^-1020, 2^1022)
+    const F64 y = rsqrt_estimate(x);
+    const F64 e = (1.0 - (y * y) * x).as("e");
+    return y * horner(e, rsqrt_native_polynomial);
+}
+
+const Describe families[] = {
+    {{"sqrtf"}, describe(square_root<Type::f32>), {}},
+    {{"sqrtf_native"}, describe(sqrt_estimate), {}},
+    {{"sqrtf_half"}, describe(sqrt_half), {}},
+    {{"sqrt"}, describe(square_root<Type::f64>), {}},
+    {{"sqrt_native"}, describe(sqrt_native), {}},
+    {{"rsqrtf"}, describe(rsqrt_default), {}},
+    {{"rsqrtf_native", "rsqrtf_half"}, describe(rsqrt_short), {}},
+    {{"rsqrt"}, describe(rsqrt_double), {}},
+    {{"rsqrt_native"}, describe(rsqrt_native), {}},
+};
+
+}  // namespace
+}  // namespace tuvo
