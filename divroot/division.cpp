@@ -15,8 +15,8 @@ Value<T> divide(Value<T> a, Value<T> b) {
 
 F32 reciprocal(F32 x) { return 1.0f / x; }
 
-/// Taking one off the exponent field sends zeros and subnormals to the top of the range, above the large magnitudes: one
-/// compare finds both.
+/// Taking one off the exponent field sends zeros and subnormals to the top of the range, above the large magnitudes:
+/// one compare finds both.
 M32 outside_estimate(F32 divisor, std::uint32_t threshold) {
     return ((bits(divisor) - i32(0x00800000)) & i32(0x7fffffff)) > i32(threshold);
 }
@@ -40,6 +40,8 @@ M64 is_inside(F64 b, std::uint64_t mask) {
 }
 
 constexpr std::uint64_t all_but_exponent = 0x800fffffffffffff;
+constexpr std::uint64_t native_mask = 0x3f8000003f800000;
+constexpr std::uint64_t smallest_normal = 0x0010000000000000;
 
 /// Zeros and subnormals are the divisors with nothing in the exponent field.
 F64 divide_unless_subnormal(F64 a, F64 b) {
@@ -50,7 +52,7 @@ F64 divide_unless_subnormal(F64 a, F64 b) {
 /// The mask is the float 1 twice, which finds zeros and a few normal divisors and lets subnormals pass. Results are the
 /// same, since the rare routine divides as the processor does.
 F64 divide_native(F64 a, F64 b) {
-    rare_if(is_inside(b, 0x3f8000003f800000));
+    rare_if(is_inside(b, native_mask));
     return a / b;
 }
 
@@ -77,13 +79,23 @@ F64 reciprocal_native(F64 x) {
 
 const Describe families[] = {
     {{"divf"}, describe(divide<Type::f32>), {}},
-    {{"divf_native", "divf_half", "divf_rm"}, describe(divide_by_estimate), {}},
+    {{"divf_native", "divf_half", "divf_rm"},
+     describe(divide_by_estimate),
+     {.ulp = 5023, .worst = {0x2a830000, 0x2a830001}, .thresholds = {0x00800000, 0x7e800000}}},
     {{"invf"}, describe(reciprocal), {}},
-    {{"invf_native", "invf_half", "invf_rm"}, describe(reciprocal_by_estimate), {}},
-    {{"div"}, describe(divide_unless_subnormal), {}},
-    {{"div_native"}, describe(divide_native), {}},
-    {{"inv"}, describe(reciprocal_unless_subnormal), {}},
-    {{"inv_native"}, describe(reciprocal_native), {}},
+    {{"invf_native", "invf_half", "invf_rm"},
+     describe(reciprocal_by_estimate),
+     {.ulp = 4935, .worst = {0xbc810fe0}, .thresholds = {0x00800000, 0x7e7fe800}}},
+    {{"div"}, describe(divide_unless_subnormal), {.thresholds = {smallest_normal}}},
+    {{"div_native"}, describe(divide_native), {.thresholds = {smallest_normal, native_mask}}},
+    {{"inv"}, describe(reciprocal_unless_subnormal), {.thresholds = {smallest_normal}}},
+    // From 2^1022 on the exponent of the reciprocal wraps.
+    {{"inv_native"},
+     describe(reciprocal_native),
+     {.ulp = 236400,
+      .worst = {0x05a0600000000000},
+      .thresholds = {smallest_normal, 0x7fd0000000000000},
+      .domain = {smallest_normal, 0x7fcfffffffffffff}}},
 };
 
 }  // namespace

@@ -19,7 +19,8 @@ RareStatus divf_rare(const float* a, const float* b, float* out) { return store(
 RareStatus div_rare(const double* a, const double* b, double* out) { return store(*a / *b, out, *b); }
 
 RareStatus invf_rare(const float* x, float* out) {
-    return store(static_cast<float>(1.0 / static_cast<double>(*x)), out, *x);
+    const double wide = runtime(static_cast<double>(*x));  // or the compiler divides in float
+    return store(static_cast<float>(1.0 / wide), out, *x);
 }
 RareStatus inv_rare(const double* x, double* out) { return store(1.0 / *x, out, *x); }
 

@@ -100,65 +100,68 @@ public:
     static T of(T a, T b, T c) {
         const auto is_normal = [](T x) { return unsigned(exponent_field(x) - 1) < unsigned(all_ones - 1); };
         if (__builtin_expect(is_normal(a) & is_normal(b) & is_normal(c) & !is_one(a) & !is_one(b), 1))
-            return rounded_once(normal(a), normal(b), normal(c), (bits(a) ^ bits(b)) & sign, bits(c) & sign);
-        return seldom(a, b, c);
+            return rounded_once(normal(a), normal(b), (bits(a) ^ bits(b)) & sign, normal(c), bits(c) & sign);
+        return of_others(a, b, c);
     }
 
 private:
-    [[gnu::noinline]] static T seldom(T a, T b, T c) {
-        const bool has_nan = is_nan(a) || is_nan(b), has_infinity = is_infinite(a) || is_infinite(b);
-        if (!has_nan && is_nan(c)) return add(a, c);
-        if (!has_nan && !has_infinity && a != 0 && b != 0 && is_infinite(c)) return c;
-        if (has_nan || has_infinity || is_nan(c) || is_infinite(c) || a == 0 || b == 0 || c == 0 || is_one(a) ||
-            is_one(b))
+    /// Apart, so that it costs the usual way no registers.
+    [[gnu::noinline]] static T of_others(T a, T b, T c) {
+        const bool nan_product = is_nan(a) || is_nan(b), no_number = nan_product || is_infinite(a) || is_infinite(b);
+        if (!nan_product && is_nan(c)) return add(a, c);
+        if (!no_number && a != 0 && b != 0 && is_infinite(c)) return c;
+        if (no_number || is_nan(c) || is_infinite(c) || a == 0 || b == 0 || c == 0 || is_one(a) || is_one(b))
             return add(multiply(a, b), c);
-        return rounded_once(finite(a), finite(b), finite(c), (bits(a) ^ bits(b)) & sign, bits(c) & sign);
+        return rounded_once(finite(a), finite(b), (bits(a) ^ bits(b)) & sign, finite(c), bits(c) & sign);
     }
 
     /// Shifted right by any count from 0, with the lowest bit set if ones are lost.
     static Wide shifted_sticky(Wide x, int count) {
-        if (count >= wide_bits) return x != 0;
-        const Wide shifted = x >> count;
-        return shifted | Wide((shifted << count) != x);
+        if (__builtin_expect(count >= 64, 0)) {
+            if (count >= wide_bits) return x != 0;
+            x = (x >> (wide_bits - 64)) | (std::uint64_t(x) != 0);  // of a wider number than 64 bits, its high word
+            count -= 64;
+        }
+        return (x >> (count & 63)) | ((std::uint64_t(x) & ((std::uint64_t(1) << count) - 1)) != 0);
     }
 
-    static T rounded_once(Operand a, Operand b, Operand c, Pattern product_sign, Pattern c_sign) {
+    [[gnu::always_inline]] static T rounded_once(Operand a, Operand b, Pattern product_sign, Operand c,
+                                                 Pattern c_sign) {
         // Leading ones at the third bit from the top, or one below for the product, which leaves room for the sum and
         // its sign.
         constexpr int point = wide_bits - 3;
-        Wide x = (Wide(a.significand) * b.significand) << (point + 1 - 2 * significand_bits);
-        Wide y = Wide(c.significand) << (point - fraction_bits);
-        const int product_exponent = a.exponent + b.exponent - exponent_bias<T> + 1;
-        int exponent = product_exponent, distance = product_exponent - c.exponent;
-        if (distance < 0) {
-            exponent = c.exponent;
-            x = shifted_sticky(x, -distance);
-        } else {
-            y = shifted_sticky(y, distance);
-        }
+        const Wide product = (Wide(a.significand) * b.significand) << (point + 1 - 2 * significand_bits);
+        const Wide addend = Wide(c.significand) << (point - fraction_bits);
+        const int product_exponent = a.exponent + b.exponent - (exponent_bias<T> - 1);
 
-        // The sum's magnitude, and its sign: that of the product unless the addend outweighs it.
+        const int distance = product_exponent - c.exponent;
+        const bool addend_first = distance < 0;
+        int exponent = addend_first ? c.exponent : product_exponent;
+        const Wide larger = addend_first ? addend : product;
+        const Wide smaller = shifted_sticky(addend_first ? product : addend, addend_first ? -distance : distance);
+
+        // Without branches, since signs are as good as random: the smaller is negated where the signs differ, and the
+        // sum where that outweighs the larger, as it can when the exponents are the same.
         const SignedWide subtract = -SignedWide(product_sign != c_sign);
-        const SignedWide sum = SignedWide(x) + ((SignedWide(y) ^ subtract) - subtract);
+        const SignedWide sum = SignedWide(larger) + ((SignedWide(smaller) ^ subtract) - subtract);
         const SignedWide negative = sum >> (wide_bits - 1);
-        Wide magnitude = Wide((sum ^ negative) - negative);
-        const Pattern result_sign = product_sign ^ (Pattern(negative) & sign);
+        const Wide magnitude = Wide((sum ^ negative) - negative);
         if (magnitude == 0) return number(rounding_of_x87() == down ? sign : 0);
+        const Pattern result_sign = (addend_first ? c_sign : product_sign) ^ (Pattern(negative) & sign);
 
-        // Leading one to the top, and no more than 64 bits.
-        std::uint64_t top;
+        // The leading one to the top of 64 bits.
+        int zeros;
+        std::uint64_t significand;
         if constexpr (wide_bits == 64) {
-            const int zeros = __builtin_clzll(magnitude);
-            top = magnitude << zeros;
-            exponent += wide_bits - 1 - point - zeros;
+            zeros = __builtin_clzll(magnitude);
+            significand = magnitude << zeros;
         } else {
-            const std::uint64_t high = std::uint64_t(magnitude >> 64);
-            const int zeros = high ? __builtin_clzll(high) : 64 + __builtin_clzll(std::uint64_t(magnitude));
-            magnitude <<= zeros;
-            top = std::uint64_t(magnitude >> 64) | (std::uint64_t(magnitude) != 0);
-            exponent += wide_bits - 1 - point - zeros;
+            const auto high = std::uint64_t(magnitude >> 64), low = std::uint64_t(magnitude);
+            zeros = high ? __builtin_clzll(high) : 64 + __builtin_clzll(low);
+            const Wide normalized = magnitude << zeros;
+            significand = std::uint64_t(normalized >> 64) | (std::uint64_t(normalized) != 0);
         }
-        return rounded(top, exponent, result_sign);
+        return rounded(significand, exponent + (wide_bits - 1 - point) - zeros, result_sign);
     }
 
     /// Rounds a significand with its leading bit at the top.
@@ -183,8 +186,8 @@ private:
         if (rest == 0) return number(result_sign | result);
 
         const Rounding rounding = rounding_of_x87();
-        const bool upward = rounding == nearest ? (rest > half) | ((rest == half) & (result & 1))
-                                                : rounding == (result_sign ? down : up);
+        const bool upward = __builtin_expect(rounding == nearest, 1) ? (rest > half) | ((rest == half) & (result & 1))
+                                                                     : rounding == (result_sign ? down : up);
         result += upward;
         if (result == infinity) return overflow(result_sign);
         if (result < smallest_normal ||

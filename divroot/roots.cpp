@@ -16,6 +16,9 @@ Value<T> square_root(Value<T> x) {
 
 // Float.
 
+constexpr std::uint32_t smallest_normal = 0x00800000;
+constexpr std::uint32_t largest_finite = 0x7f7fffff;
+
 /// Zeros, subnormals, negative numbers, infinities and NaNs, in one compare: the subtraction moves the positive normal
 /// patterns to the bottom of the signed range.
 void rare_unless_positive_normal(F32 x) { rare_if((bits(x) - i32(0x80800000)) > i32(0xfeffffff)); }
@@ -54,8 +57,8 @@ void rare_outside(F64 x, std::uint32_t offset, std::uint32_t limit) {
     rare_if((high_word(x) - i32(offset)) > i32(limit));
 }
 
-/// 1 / sqrt(x) to 12 bits, for positive normal x. The significand goes to the processor's estimate as a float in [1, 4),
-/// made by integer steps; half of the exponent that this takes off comes back as a power of two.
+/// 1 / sqrt(x) to 12 bits, for positive normal x. The significand goes to the processor's estimate as a float in [1,
+/// 4), made by integer steps; half of the exponent that this takes off comes back as a power of two.
 F64 rsqrt_estimate(F64 x) {
     const I64 exponent = bits(x) & i64(0x7ff0000000000000);
     const I64 parity = and_not(exponent, i64(0x0010000000000000)).as("parity");  // bit 52 for an even exponent
@@ -99,14 +102,29 @@ F64 rsqrt_native(F64 x) {
 
 const Describe families[] = {
     {{"sqrtf"}, describe(square_root<Type::f32>), {}},
-    {{"sqrtf_native"}, describe(sqrt_estimate), {}},
-    {{"sqrtf_half"}, describe(sqrt_half), {}},
+    {{"sqrtf_native"},
+     describe(sqrt_estimate),
+     {.ulp = 4096, .worst = {0x017ffffe}, .domain = {smallest_normal, largest_finite}}},
+    {{"sqrtf_half"},
+     describe(sqrt_half),
+     {.ulp = 4096, .worst = {0x017ffffe}, .thresholds = {smallest_normal, largest_finite}}},
     {{"sqrt"}, describe(square_root<Type::f64>), {}},
-    {{"sqrt_native"}, describe(sqrt_native), {}},
-    {{"rsqrtf"}, describe(rsqrt_default), {}},
-    {{"rsqrtf_native", "rsqrtf_half"}, describe(rsqrt_short), {}},
-    {{"rsqrt"}, describe(rsqrt_double), {}},
-    {{"rsqrt_native"}, describe(rsqrt_native), {}},
+    // The normal range of float.
+    {{"sqrt_native"},
+     describe(sqrt_native),
+     {.ulp = 2200000000000, .worst = {0x3feffffff18bd873}, .domain = {0x3810000000000000, 0x47efffffe0000000}}},
+    {{"rsqrtf"},
+     describe(rsqrt_default),
+     {.ulp = 0.9604, .worst = {0x3c85b082}, .thresholds = {smallest_normal, largest_finite}}},
+    {{"rsqrtf_native", "rsqrtf_half"},
+     describe(rsqrt_short),
+     {.ulp = 3.734, .worst = {0x3f816106}, .thresholds = {smallest_normal, largest_finite}}},
+    {{"rsqrt"},
+     describe(rsqrt_double),
+     {.ulp = 0.5273, .worst = {0x3ff08cc6db2ef8ce}, .thresholds = {0x0350000000000000, 0x7fd0000000000000}}},
+    {{"rsqrt_native"},
+     describe(rsqrt_native),
+     {.ulp = 276300, .worst = {0x50f00084339c662e}, .thresholds = {0x0030000000000000, 0x7fd0000000000000}}},
 };
 
 }  // namespace

@@ -18,6 +18,9 @@ struct Accuracy {
     std::vector<std::uint64_t> thresholds{};
     /// The error exceeds what the compute language's full profile allows, by the method as it is.
     bool beyond_profile = false;
+    /// Least and greatest magnitude, as patterns, of the arguments that the figure is about; empty for all. Only a
+    /// family that leaves the results of other arguments as they come has one.
+    std::vector<std::uint64_t> domain{};
 };
 
 struct DescribedFamily {

@@ -59,6 +59,26 @@ std::vector<Patterns> arguments_of(const Family& family, const Patterns& thresho
     return arguments;
 }
 
+/// The arguments that an accuracy line speaks of.
+class Domain {
+public:
+    explicit Domain(const DescribedFamily& described) : lanes_(described.family->arguments) {
+        if (const Patterns& domain = described.accuracy.domain; !domain.empty())
+            low_ = domain.at(0), high_ = domain.at(1);
+    }
+    bool contains(std::span<const std::uint64_t> arguments) const {
+        for (std::size_t a = 0; a < arguments.size(); ++a) {
+            const std::uint64_t magnitude = arguments[a] & ((std::uint64_t{1} << (8 * lane_size(lanes_[a]) - 1)) - 1);
+            if (magnitude < low_ || magnitude > high_) return false;
+        }
+        return true;
+    }
+
+private:
+    const std::vector<Lane>& lanes_;
+    std::uint64_t low_ = 0, high_ = ~std::uint64_t{0};
+};
+
 CallResult run_kernel(const Family& family, const std::vector<Patterns>& arguments) {
     const void* kernel = find_kernel(family, 16);
     if (!kernel) throw std::runtime_error("the library has no " + family.name());
@@ -132,20 +152,26 @@ Measured measure(const DescribedFamily& described) {
         arguments[a].push_back(described.accuracy.worst[a]);
     const CallResult result = run_kernel(family, arguments);
 
+    const Domain domain(described);
     Measured measured;
-    measured.inputs = arguments[0].size();
-    if (is_unary_float(family) && FloatErrorScan::knows(family.operation)) {
+    const bool exact = exact_outputs(family, Patterns(arguments.size())).has_value();
+    if (!exact && is_unary_float(family) && FloatErrorScan::knows(family.operation)) {
         FloatErrorScan scan(family.operation);
-        for (std::size_t k = 0; k < measured.inputs; ++k)
+        for (std::size_t k = 0; k < arguments[0].size(); ++k) {
+            if (!domain.contains({&arguments[0][k], 1})) continue;
             scan.add(static_cast<std::uint32_t>(arguments[0][k]), static_cast<std::uint32_t>(result.outputs[0][k]));
+            ++measured.inputs;
+        }
         measured.ulp = scan.max_error();
         measured.worst = {scan.worst_input()};
         measured.got = {scan.worst_got()};
         return measured;
     }
-    for (std::size_t k = 0; k < measured.inputs; ++k) {
+    for (std::size_t k = 0; k < arguments[0].size(); ++k) {
         Patterns lane, got;
         for (const Patterns& argument : arguments) lane.push_back(argument[k]);
+        if (!domain.contains(lane)) continue;
+        ++measured.inputs;
         for (const Patterns& output : result.outputs) got.push_back(output[k]);
         const double error = error_of(family, lane, got);
         if (error > measured.ulp) {
@@ -157,8 +183,10 @@ Measured measure(const DescribedFamily& described) {
     return measured;
 }
 
-Exhaustive measure_all(const Family& family, const std::function<void(double)>& progress) {
+Exhaustive measure_all(const DescribedFamily& described, const std::function<void(double)>& progress) {
+    const Family& family = *described.family;
     const EightFloats kernel(family);
+    const Domain domain(described);
     constexpr std::uint32_t one = 0x3f800000;
     constexpr std::uint64_t total = std::uint64_t{1} << 32, chunk = 1 << 20;
     // Where the error grows with the argument, each one would be the largest so far, which takes the slow way. Known
@@ -167,7 +195,8 @@ Exhaustive measure_all(const Family& family, const std::function<void(double)>& 
     const Patterns of_sample = run_kernel(family, sample).outputs[0];
     FloatErrorScan overall(family.operation);
     for (std::size_t k = 0; k < of_sample.size(); ++k)
-        overall.add(static_cast<std::uint32_t>(sample[0][k]), static_cast<std::uint32_t>(of_sample[k]));
+        if (domain.contains({&sample[0][k], 1}))
+            overall.add(static_cast<std::uint32_t>(sample[0][k]), static_cast<std::uint32_t>(of_sample[k]));
 
     Exhaustive result;
     std::atomic<std::uint64_t> next{0};
@@ -179,7 +208,9 @@ Exhaustive measure_all(const Family& family, const std::function<void(double)>& 
             for (std::uint64_t x = start; x < start + chunk; x += 8) {
                 const std::array<std::uint32_t, 8> got = kernel(static_cast<std::uint32_t>(x));
                 for (std::uint32_t lane = 0; lane < 8; ++lane) {
-                    const std::uint32_t input = static_cast<std::uint32_t>(x) + lane;
+                    const std::uint64_t pattern = x + lane;
+                    if (!domain.contains({&pattern, 1})) continue;
+                    const auto input = static_cast<std::uint32_t>(pattern);
                     const float error = static_cast<float>(scan.add(input, got[lane]));
                     by_pattern = std::max(by_pattern, error);
                     const bool above = input > one;

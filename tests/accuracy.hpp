@@ -42,7 +42,7 @@ struct Exhaustive {
 };
 /// Tries them all, on all processors. `progress` is told the part done, from 0 to 1. Throws std::invalid_argument for
 /// other families and for those that FloatErrorScan doesn't know.
-Exhaustive measure_all(const Family& family, const std::function<void(double)>& progress);
+Exhaustive measure_all(const DescribedFamily& described, const std::function<void(double)>& progress);
 
 /// The errors as lines of text, one an exponent, to look for steps.
 std::string plot(const Exhaustive& errors);

@@ -73,7 +73,11 @@ std::string table(const std::regex& filter) {
         const bool exact = measured.ulp == 0;
         const double limit = full_profile_limit(family);
         out << line_text(measured.ulp) << " | " << (exact ? "" : lanes_text(family.arguments, measured.worst)) << " | "
-            << (exact ? "" : lanes_text(family.outputs(), measured.got)) << " | " << measured.inputs << " | ";
+            << (exact ? "" : lanes_text(family.outputs(), measured.got)) << " | " << measured.inputs;
+        if (const std::vector<std::uint64_t>& domain = described.accuracy.domain; !domain.empty())
+            out << ", of magnitude " << lane_text(family.arguments[0], domain[0]) << " to "
+                << lane_text(family.arguments[0], domain[1]);
+        out << " | ";
         if (limit >= 0) out << limit;
         out << " |\n";
     }
@@ -89,7 +93,8 @@ Arguments are stratified: every exponent, powers of two and their neighbours, ar
 values, the neighbours of each threshold of the method, and random ones from 2^-6 to 2^7. The worst case that a family's
 registration claims is among them; for families of one float it is the worst of all 2^32 arguments
 (`./run accuracy --exhaustive FAMILY`). A test fails where a family exceeds its claim, and where the claimed worst case
-no longer gives the claimed error.
+no longer gives the claimed error. Where magnitudes stand beside the number of arguments tried, the family leaves its
+results for others as they come.
 
 The limit is that of the compute language's full profile for the operation, and for its half_ functions at the tier
 `_half`. It sets none for native_ functions. Results of families that start from the processor's approximate
@@ -101,7 +106,7 @@ int exhaustive(const std::string& name, const std::string& file) {
     const DescribedFamily* described = find_described(name);
     if (!described) throw std::runtime_error("no family " + name + " is described");
     const Family& family = *described->family;
-    const Exhaustive errors = measure_all(family, [&](double part) {
+    const Exhaustive errors = measure_all(*described, [&](double part) {
         std::cerr << "\r" << name << " " << static_cast<int>(100 * part) << " %" << std::flush;
     });
     std::cerr << "\r";

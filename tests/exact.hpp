@@ -7,6 +7,8 @@
 #include <span>
 #include <vector>
 
+#include <mpfr.h>
+
 #include "frame/operations.hpp"
 
 namespace tuvo {
@@ -21,5 +23,11 @@ ExactOutputs exact_intpart(const Family& family, std::span<const std::uint64_t> 
 ExactOutputs exact_convert(const Family& family, std::span<const std::uint64_t> arguments);
 /// Integer quotients and remainders.
 ExactOutputs exact_intdiv(const Family& family, std::span<const std::uint64_t> arguments);
+/// Correctly rounded quotients, reciprocals and roots; the fused multiply-add.
+ExactOutputs exact_divroot(const Family& family, std::span<const std::uint64_t> arguments);
+
+/// a b + c in the f32 or f64 format, rounded once in one of the processor's directions. Where the exact value is beyond
+/// the largest exponent, an infinity, whatever the direction.
+std::uint64_t exact_fused_multiply_add(Lane lane, std::span<const std::uint64_t> arguments, mpfr_rnd_t direction);
 
 }  // namespace tuvo

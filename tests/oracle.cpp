@@ -92,7 +92,7 @@ std::optional<Real> oracle(std::string_view operation, std::span<const std::uint
 
 std::optional<std::vector<std::uint64_t>> exact_outputs(const Family& family,
                                                         std::span<const std::uint64_t> arguments) {
-    for (const auto exact : {exact_intpart, exact_convert, exact_intdiv})
+    for (const auto exact : {exact_intpart, exact_convert, exact_intdiv, exact_divroot})
         if (auto outputs = exact(family, arguments)) return outputs;
     return std::nullopt;
 }
