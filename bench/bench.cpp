@@ -162,8 +162,8 @@ one run is not to be compared with a figure of another.
   base for the ratios, not cycles of the core.
 - empty call: the part of the time that the loop takes around a function that only returns.
 - 1 ulp, 3.5 ulp: SLEEF's entries of that accuracy for AVX (256 bits) and SSE4 (128 bits), as many calls as the value
-  takes. Where there is no entry of 1 ulp, that of 0.5 or 1.5 ulp or the exact one stands in. Widths 1 to 3 take one
-  128-bit call.
+  takes. Where there is no entry of 1 ulp, that of 0.5 or 1.5 ulp or the exact one stands in; for div, inv and rsqrt,
+  which it doesn't have, a function of the divide and root instructions. Widths 1 to 3 take one 128-bit call.
 - libm: the C library's scalar function, one call a lane. It may use instructions that the kernels must not. For
   integer division, a compiled loop of the processor's own divisions.
 - latency: ticks of a call whose argument waits for the last call's result; lat.: the ratios of that to the same

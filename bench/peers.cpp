@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 
+#include "bench/instructions.hpp"
 #include "bench/scalar.hpp"
 
 namespace tuvo {
@@ -61,12 +62,21 @@ std::optional<Entry> find_vector(const Family& family, int width, const std::str
     return std::nullopt;
 }
 
+std::optional<Entry> find_instructions(const Family& family, int width) {
+    const int bytes = lane_size(family.element), narrow = 16 / bytes;
+    const int lanes = width <= narrow ? narrow : 2 * narrow;
+    const void* function = by_instructions(family.operation, bytes, lanes);
+    if (!function) return std::nullopt;
+    return Entry{"instructions", function, shape_of(family, lanes), lanes, (width + lanes - 1) / lanes};
+}
+
 }  // namespace
 
 Peers peers_of(const Family& family, int width) {
     const auto [vector, scalar] = names_of(family);
     Peers peers;
     peers.accurate = find_vector(family, width, vector, {"u10", "u05", "u15", ""});
+    if (!peers.accurate) peers.accurate = find_instructions(family, width);
     peers.fast = find_vector(family, width, vector, {"u35"});
     if (!scalar.empty() && scalar_library()) {
         std::string name = scalar;

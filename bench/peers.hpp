@@ -20,7 +20,8 @@ struct Entry {
 
 struct Peers {
     std::optional<Entry>
-        accurate;  ///< the vector library's entry of 1 ulp; of 0.5 or 1.5 ulp, or exact, where it has no such
+        accurate;  ///< the vector library's entry of 1 ulp; of 0.5 or 1.5 ulp, or exact, where it has no such; else
+                   ///< the processor's divide and square root
     std::optional<Entry> fast;    ///< its entry of 3.5 ulp
     std::optional<Entry> scalar;  ///< the C library's function, or a compiled loop where it has none
 };

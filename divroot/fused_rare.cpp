@@ -8,7 +8,9 @@
 //
 // Product and addend stand in one wide integer each, as fixed-point numbers with a common exponent. The smaller is
 // shifted to the larger's place, and bits that drop out below are kept as one sticky bit. None drops out where leading
-// bits can cancel: that takes exponents that differ by one at most.
+// bits can cancel: that takes exponents that differ by two at most.
+//
+// Since this is the only way through the kernels, it has no branches but those that real numbers seldom take.
 #include "frame/rare.hpp"
 
 namespace tuvo {
@@ -19,6 +21,7 @@ struct Format;
 template <>
 struct Format<float> {
     using Pattern = std::uint32_t;
+    using SignedPattern = std::int32_t;
     using Wide = std::uint64_t;
     using SignedWide = std::int64_t;
     static constexpr int fraction_bits = 23;
@@ -27,6 +30,7 @@ struct Format<float> {
 template <>
 struct Format<double> {
     using Pattern = std::uint64_t;
+    using SignedPattern = std::int64_t;
     using Wide = unsigned __int128;
     using SignedWide = __int128;
     static constexpr int fraction_bits = 52;
@@ -64,6 +68,7 @@ template <class T>
 class FusedMultiplyAdd {
     using F = Format<T>;
     using Pattern = typename F::Pattern;
+    using SignedPattern = typename F::SignedPattern;
     using Wide = typename F::Wide;
     using SignedWide = typename F::SignedWide;
 
@@ -82,6 +87,7 @@ class FusedMultiplyAdd {
     static bool is_nan(T x) { return x != x; }
     static bool is_infinite(T x) { return (bits(x) & ~sign) == infinity; }
     static bool is_one(T x) { return (bits(x) & ~sign) == one; }
+    static bool is_normal(T x) { return unsigned(exponent_field(x) - 1) < unsigned(all_ones - 1); }
 
     /// A finite number other than zero: significand with its leading bit, and biased exponent.
     struct Operand {
@@ -97,36 +103,64 @@ class FusedMultiplyAdd {
     }
 
 public:
-    static T of(T a, T b, T c) {
-        const auto is_normal = [](T x) { return unsigned(exponent_field(x) - 1) < unsigned(all_ones - 1); };
-        if (__builtin_expect(is_normal(a) & is_normal(b) & is_normal(c) & !is_one(a) & !is_one(b), 1))
-            return rounded_once(normal(a), normal(b), (bits(a) ^ bits(b)) & sign, normal(c), bits(c) & sign);
-        return of_others(a, b, c);
+    static RareStatus compute(const T* a, const T* b, const T* c, T* out) {
+        if (__builtin_expect(is_normal(*a) && is_normal(*b) && is_normal(*c) && !is_one(*a) && !is_one(*b), 1))
+            return round_once(normal(*a), normal(*b), bits(*a) ^ bits(*b), normal(*c), bits(*c), out);
+        return compute_others(a, b, c, out);
     }
 
 private:
-    /// Apart, so that it costs the usual way no registers.
-    [[gnu::noinline]] static T of_others(T a, T b, T c) {
-        const bool nan_product = is_nan(a) || is_nan(b), no_number = nan_product || is_infinite(a) || is_infinite(b);
-        if (!nan_product && is_nan(c)) return add(a, c);
-        if (!no_number && a != 0 && b != 0 && is_infinite(c)) return c;
-        if (no_number || is_nan(c) || is_infinite(c) || a == 0 || b == 0 || c == 0 || is_one(a) || is_one(b))
-            return add(multiply(a, b), c);
-        return rounded_once(finite(a), finite(b), (bits(a) ^ bits(b)) & sign, finite(c), bits(c) & sign);
+    static RareStatus store(T result, T* out) {
+        *out = result;
+        return RareStatus::ordinary;
     }
 
-    /// Shifted right by any count from 0, with the lowest bit set if ones are lost.
+    [[gnu::noinline]] static RareStatus compute_others(const T* pa, const T* pb, const T* pc, T* out) {
+        const T a = *pa, b = *pb, c = *pc;
+        const bool nan_product = is_nan(a) || is_nan(b), no_number = nan_product || is_infinite(a) || is_infinite(b);
+        if (!nan_product && is_nan(c)) return store(add(a, c), out);
+        if (!no_number && a != 0 && b != 0 && is_infinite(c)) return store(c, out);
+        if (no_number || is_nan(c) || is_infinite(c) || a == 0 || b == 0 || c == 0 || is_one(a) || is_one(b))
+            return store(add(multiply(a, b), c), out);
+        return round_once(finite(a), finite(b), bits(a) ^ bits(b), finite(c), bits(c), out);
+    }
+
+    /// A number other than zero shifted right by any count from 0, with the lowest bit set if ones are lost.
     static Wide shifted_sticky(Wide x, int count) {
         if (__builtin_expect(count >= 64, 0)) {
-            if (count >= wide_bits) return x != 0;
-            x = (x >> (wide_bits - 64)) | (std::uint64_t(x) != 0);  // of a wider number than 64 bits, its high word
+            if (count >= wide_bits) return 1;
+            x = (x >> (wide_bits - 64)) | (std::uint64_t(x) != 0);  // of a number wider than 64 bits, its high word
             count -= 64;
         }
         return (x >> (count & 63)) | ((std::uint64_t(x) & ((std::uint64_t(1) << count) - 1)) != 0);
     }
 
-    [[gnu::always_inline]] static T rounded_once(Operand a, Operand b, Pattern product_sign, Operand c,
-                                                 Pattern c_sign) {
+    /// A number other than zero shifted left until its leading one is at the top; the upper 64 bits of that, the lowest
+    /// of them set for any ones below. Takes the count off the exponent.
+    static std::uint64_t normalized_sticky(Wide x, int& exponent) {
+        auto top = std::uint64_t(x >> (wide_bits - 64));
+        std::uint64_t below = 0;
+        if constexpr (wide_bits > 64) {
+            below = std::uint64_t(x);
+            if (__builtin_expect(top == 0, 0)) {
+                top = below;
+                below = 0;
+                exponent -= 64;
+            }
+        }
+        const int zeros = __builtin_clzll(top);
+        exponent -= zeros;
+        top <<= zeros;
+        if constexpr (wide_bits > 64) {
+            top |= below >> 1 >> (63 - zeros);
+            top |= (below << zeros) != 0;
+        }
+        return top;
+    }
+
+    /// Of signs, only the top bits count.
+    [[gnu::always_inline]] static RareStatus round_once(Operand a, Operand b, Pattern product_sign, Operand c,
+                                                        Pattern c_sign, T* out) {
         // Leading ones at the third bit from the top, or one below for the product, which leaves room for the sum and
         // its sign.
         constexpr int point = wide_bits - 3;
@@ -134,71 +168,74 @@ private:
         const Wide addend = Wide(c.significand) << (point - fraction_bits);
         const int product_exponent = a.exponent + b.exponent - (exponent_bias<T> - 1);
 
-        const int distance = product_exponent - c.exponent;
-        const bool addend_first = distance < 0;
-        int exponent = addend_first ? c.exponent : product_exponent;
-        const Wide larger = addend_first ? addend : product;
-        const Wide smaller = shifted_sticky(addend_first ? product : addend, addend_first ? -distance : distance);
+        // Swapped by masks if the addend's exponent is larger.
+        const int distance = product_exponent - c.exponent, swap = distance >> 31;
+        int exponent = product_exponent - (distance & swap);
+        const Wide difference = (product ^ addend) & Wide(SignedWide(swap));
+        const Wide larger = product ^ difference;
+        const Wide smaller = shifted_sticky(addend ^ difference, (distance ^ swap) - swap);
 
-        // Without branches, since signs are as good as random: the smaller is negated where the signs differ, and the
-        // sum where that outweighs the larger, as it can when the exponents are the same.
-        const SignedWide subtract = -SignedWide(product_sign != c_sign);
+        // The smaller is negated where the signs differ, and the sum where that outweighs the larger, as it can when
+        // the exponents are close.
+        const SignedPattern signs = SignedPattern(product_sign ^ c_sign);
+        const SignedWide subtract = signs >> (8 * sizeof(T) - 1);
         const SignedWide sum = SignedWide(larger) + ((SignedWide(smaller) ^ subtract) - subtract);
         const SignedWide negative = sum >> (wide_bits - 1);
         const Wide magnitude = Wide((sum ^ negative) - negative);
-        if (magnitude == 0) return number(rounding_of_x87() == down ? sign : 0);
-        const Pattern result_sign = (addend_first ? c_sign : product_sign) ^ (Pattern(negative) & sign);
+        if (__builtin_expect(magnitude == 0, 0)) return store(number(rounding_of_x87() == down ? sign : 0), out);
+        const Pattern result_sign = (product_sign ^ (Pattern(signs) & Pattern(swap)) ^ Pattern(negative)) & sign;
 
-        // The leading one to the top of 64 bits.
-        int zeros;
-        std::uint64_t significand;
-        if constexpr (wide_bits == 64) {
-            zeros = __builtin_clzll(magnitude);
-            significand = magnitude << zeros;
-        } else {
-            const auto high = std::uint64_t(magnitude >> 64), low = std::uint64_t(magnitude);
-            zeros = high ? __builtin_clzll(high) : 64 + __builtin_clzll(low);
-            const Wide normalized = magnitude << zeros;
-            significand = std::uint64_t(normalized >> 64) | (std::uint64_t(normalized) != 0);
-        }
-        return rounded(significand, exponent + (wide_bits - 1 - point) - zeros, result_sign);
+        exponent += wide_bits - 1 - point;
+        const std::uint64_t significand = normalized_sticky(magnitude, exponent);
+        if (__builtin_expect(unsigned(exponent - 2) >= unsigned(all_ones - 3), 0))
+            return round_near_limits(significand, exponent, result_sign, out);
+        Pattern result = result_sign + (Pattern(exponent - 1) << fraction_bits) + leading(significand);
+        const std::uint64_t rest = significand << significand_bits;
+        if (rest != 0) result += is_upward(rounding_of_x87(), rest, result, result_sign);
+        return store(number(result), out);
     }
 
-    /// Rounds a significand with its leading bit at the top.
-    static T rounded(std::uint64_t significand, int exponent, Pattern result_sign) {
-        constexpr std::uint64_t half = std::uint64_t(1) << 63;
-        Pattern result = Pattern(significand >> (64 - significand_bits));
+    static Pattern leading(std::uint64_t significand) { return Pattern(significand >> (64 - significand_bits)); }
+
+    static constexpr std::uint64_t half = std::uint64_t(1) << 63;
+
+    /// Whether a magnitude is rounded up, for a rest other than zero, with its leading bit at the top.
+    static bool is_upward(Rounding rounding, std::uint64_t rest, Pattern magnitude, Pattern result_sign) {
+        // The carry of this sum: over a half, or a half on top of an odd magnitude.
+        if (__builtin_expect(rounding == nearest, 1)) return rest + (half - 1 + (magnitude & 1)) < rest;
+        return rounding == (result_sign ? down : up);
+    }
+
+    /// Where the result may be subnormal, the smallest normal, or too large.
+    [[gnu::noinline]] static RareStatus round_near_limits(std::uint64_t significand, int exponent, Pattern result_sign,
+                                                          T* out) {
+        Pattern result = leading(significand);
         std::uint64_t rest = significand << significand_bits;
-        if (unsigned(exponent - 1) < unsigned(all_ones - 1)) {
-            result += Pattern(exponent - 1) << fraction_bits;
+        if (exponent >= all_ones) {
+            result = infinity;
+            rest = 0;
         } else if (exponent > 0) {
-            return overflow(result_sign);
+            result += Pattern(exponent - 1) << fraction_bits;
+        } else if (const int count = 1 - exponent; count > significand_bits) {
+            result = 0;
+            rest = 1;
         } else {
-            const int count = 1 - exponent;
-            if (count > significand_bits) {
-                result = 0;
-                rest = 1;
-            } else {
-                result >>= count;
-                rest = significand << (significand_bits - count);
-            }
+            result >>= count;
+            rest = significand << (significand_bits - count);
         }
-        if (rest == 0) return number(result_sign | result);
-
-        const Rounding rounding = rounding_of_x87();
-        const bool upward = __builtin_expect(rounding == nearest, 1) ? (rest > half) | ((rest == half) & (result & 1))
-                                                                     : rounding == (result_sign ? down : up);
-        result += upward;
-        if (result == infinity) return overflow(result_sign);
-        if (result < smallest_normal ||
-            (result == smallest_normal &&
-             (rounding == nearest || rounding == toward_zero ? rest == half : upward && rest < half)))
-            multiply(tiny, tiny);  // for the underflow flag alone
-        return number(result_sign | result);
+        if (rest != 0) {
+            const Rounding rounding = rounding_of_x87();
+            const bool upward = is_upward(rounding, rest, result, result_sign);
+            result += upward;
+            if (result < smallest_normal ||
+                (result == smallest_normal &&
+                 (rounding == nearest || rounding == toward_zero ? rest == half : upward && rest < half)))
+                multiply(tiny, tiny);  // for the underflow flag alone
+        }
+        // The processor's own overflow, flags and all.
+        if (result == infinity) return store(multiply(number(bits(huge) | result_sign), huge), out);
+        return store(number(result_sign | result), out);
     }
-
-    /// The processor's own overflow, flags and all.
-    static T overflow(Pattern result_sign) { return multiply(number(bits(huge) | result_sign), huge); }
 };
 
 }  // namespace
@@ -206,13 +243,11 @@ private:
 extern "C" {
 
 RareStatus fmaf_rare(const float* a, const float* b, const float* c, float* out) {
-    *out = FusedMultiplyAdd<float>::of(*a, *b, *c);
-    return RareStatus::ordinary;
+    return FusedMultiplyAdd<float>::compute(a, b, c, out);
 }
 
 RareStatus fma_rare(const double* a, const double* b, const double* c, double* out) {
-    *out = FusedMultiplyAdd<double>::of(*a, *b, *c);
-    return RareStatus::ordinary;
+    return FusedMultiplyAdd<double>::compute(a, b, c, out);
 }
 
 }  // extern "C"
