@@ -68,12 +68,10 @@ F64 reciprocal_native(F64 x) {
     const F32 r = reciprocal_approximation(f);
     // The estimate in the layout of a double, with the exponent and sign of x taken off.
     const I32 y_high = ((bits(r) >> 3) + i32(0x77f00000)) - (high & i32(0xfff00000));
-    const I32 y_low = [] {
-        const InBlock pool(InBlock::pool);
-        return i32(0);
-    }();
-    const F64 y = as_float(join_words(y_high, y_low)).as("y0");
-    const F64 e = (1.0 - x * y).as("e");
+    const F64 one = 1.0;
+    const InBlock pool(InBlock::pool);
+    const F64 y = as_float(join_words(y_high, i32(0))).as("y0");
+    const F64 e = (one - x * y).as("e");
     return y + y * (e + e * e);
 }
 

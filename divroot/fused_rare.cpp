@@ -46,24 +46,6 @@ inline Rounding rounding_of_x87() {
     return static_cast<Rounding>(control & 0xc00);
 }
 
-/// The processor's product and sum, operands in order: of two NaNs the first survives, and a compiler may swap them.
-inline float multiply(float a, float b) {
-    asm volatile("mulss %1, %0" : "+x"(a) : "x"(b));
-    return a;
-}
-inline double multiply(double a, double b) {
-    asm volatile("mulsd %1, %0" : "+x"(a) : "x"(b));
-    return a;
-}
-inline float add(float a, float b) {
-    asm volatile("addss %1, %0" : "+x"(a) : "x"(b));
-    return a;
-}
-inline double add(double a, double b) {
-    asm volatile("addsd %1, %0" : "+x"(a) : "x"(b));
-    return a;
-}
-
 template <class T>
 class FusedMultiplyAdd {
     using F = Format<T>;

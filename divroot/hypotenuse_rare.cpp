@@ -47,7 +47,7 @@ inline RareStatus hypotenuse(T x, T y, T* out, const double (&table)[512]) {
     if (exponent_field(x) == all_ones) {
         // An infinity outweighs a NaN.
         if (exponent_field(y) == all_ones && x != x)
-            *out = y == infinity || y == -infinity ? y * y : x * y;
+            *out = y == infinity || y == -infinity ? y * y : multiply(x, y);
         else
             *out = x * x;
     } else if (exponent_field(y) == all_ones) {

@@ -52,21 +52,26 @@ F32 rsqrt_short(F32 x) {
 /// The estimate in float lanes: outside their range it is that of zero or infinity, and that is left so.
 F64 sqrt_native(F64 x) { return x * to_f64(reciprocal_sqrt_approximation(to_f32(x))); }
 
-/// One compare of the high words, for everything outside an interval of positive numbers.
-void rare_outside(F64 x, std::uint32_t offset, std::uint32_t limit) {
-    rare_if((high_word(x) - i32(offset)) > i32(limit));
+/// A zero in the kernel's own pool.
+I32 zero_word() {
+    const InBlock pool(InBlock::pool);
+    return i32(0);
 }
 
-/// 1 / sqrt(x) to 12 bits, for positive normal x. The significand goes to the processor's estimate as a float in [1,
-/// 4), made by integer steps; half of the exponent that this takes off comes back as a power of two.
-F64 rsqrt_estimate(F64 x) {
-    const I64 exponent = bits(x) & i64(0x7ff0000000000000);
-    const I64 parity = and_not(exponent, i64(0x0010000000000000)).as("parity");  // bit 52 for an even exponent
-    const I64 a = parity + i64(0x07f0000000000000);
-    const I64 b = parity + i64(0xbfd0000000000000);
-    const F32 s = as_float(low_word(((bits(x) & i64(0x001fffffffffffff)) >> 29) | (a >> 29))).as("s in [1, 4)");
+/// One compare of the high words, for everything outside an interval of positive numbers.
+void rare_outside(I32 high, std::uint32_t offset, std::uint32_t limit) { rare_if((high - i32(offset)) > i32(limit)); }
+
+/// 1 / sqrt(x) to 12 bits, for positive normal x, without a rounding of its own: the processor's estimate for the top
+/// of the significand as a float s, times a power of two. s is in [1, 2) for an odd exponent field and in [2, 4) for an
+/// even one, so that the power has a whole exponent. All steps are in words of 32 bits, four lanes to a register.
+F64 rsqrt_estimate(F64 x, I32 high) {
+    // 23 fraction bits, and above them the lowest bit of the exponent field, as the exponent 127 or 128 of s.
+    const I32 top = low_word(bits(x) >> 29) & i32(0x00ffffff);
+    const F32 s = as_float((top ^ i32(0x00800000)) + i32(0x3f800000)).as("s in [1, 4)");
     const F64 r = to_f64(reciprocal_sqrt_approximation(s)).as("r");
-    const F64 scale = as_float((b - exponent) >> 1).as("scale");
+    // For a field f, (0xbfe - f) / 2, rounded down. The fraction of x can't borrow from it.
+    const I32 field = ((i32(0xbfefffff) - high) >> 1) & i32(0x7ff00000);
+    const F64 scale = as_float(join_words(field, zero_word())).as("scale");
     return (r * scale).as("y");
 }
 
@@ -83,19 +88,21 @@ constexpr std::uint64_t rsqrt_native_polynomial[] = {
 };
 
 F64 rsqrt_double(F64 x) {
-    rare_outside(x, 0x83500000, 0xfc7fffff);  // [2^-970, 2^1022)
-    const F64 y = rsqrt_estimate(x);
+    const I32 high = high_word(x);
+    rare_outside(high, 0x83500000, 0xfc7fffff);  // [2^-970, 2^1022)
+    const F64 y = rsqrt_estimate(x, high);
     const F64 t = (y * y).as("t");
     // y^2 is exact, and x in two parts keeps the large product exact where the estimate has few bits.
-    const F64 high = (x & f64(0xfffffffff8000000)).as("x head");
-    const F64 low = (x - high).as("x tail");
-    const F64 e = ((1.0 - t * high) - t * low).as("e");
+    const F64 head = (x & f64(0xfffffffff8000000)).as("x head");
+    const F64 tail = (x - head).as("x tail");
+    const F64 e = ((1.0 - t * head) - t * tail).as("e");
     return y + y * (e * horner(e, rsqrt_polynomial));
 }
 
 F64 rsqrt_native(F64 x) {
-    rare_outside(x, 0x80300000, 0xff9fffff);  // [2^-1020, 2^1022)
-    const F64 y = rsqrt_estimate(x);
+    const I32 high = high_word(x);
+    rare_outside(high, 0x80300000, 0xff9fffff);  // [2^-1020, 2^1022)
+    const F64 y = rsqrt_estimate(x, high);
     const F64 e = (1.0 - (y * y) * x).as("e");
     return y * horner(e, rsqrt_native_polynomial);
 }

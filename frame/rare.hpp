@@ -61,6 +61,24 @@ inline T runtime(T x) {
     return x;
 }
 
+/// The processor's sum and product, operands in order: of two NaNs the first survives. A compiler may swap them.
+inline float add(float a, float b) {
+    asm volatile("addss %1, %0" : "+x"(a) : "x"(b));
+    return a;
+}
+inline double add(double a, double b) {
+    asm volatile("addsd %1, %0" : "+x"(a) : "x"(b));
+    return a;
+}
+inline float multiply(float a, float b) {
+    asm volatile("mulss %1, %0" : "+x"(a) : "x"(b));
+    return a;
+}
+inline double multiply(double a, double b) {
+    asm volatile("mulsd %1, %0" : "+x"(a) : "x"(b));
+    return a;
+}
+
 /// Horner's scheme in v: `coefficients` behind `highest` in falling degree, down to the constant term.
 template <class T, class... Rest>
 inline T horner(T v, T highest, Rest... coefficients) {

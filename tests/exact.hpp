@@ -27,7 +27,8 @@ ExactOutputs exact_intdiv(const Family& family, std::span<const std::uint64_t> a
 ExactOutputs exact_divroot(const Family& family, std::span<const std::uint64_t> arguments);
 
 /// a b + c in the f32 or f64 format, rounded once in one of the processor's directions. Where the exact value is beyond
-/// the largest exponent, an infinity, whatever the direction.
+/// the largest exponent, an infinity, whatever the direction. A zero is added to the rounded product, which tells where
+/// that is a zero as well.
 std::uint64_t exact_fused_multiply_add(Lane lane, std::span<const std::uint64_t> arguments, mpfr_rnd_t direction);
 
 }  // namespace tuvo

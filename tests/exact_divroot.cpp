@@ -30,26 +30,28 @@ std::uint64_t nan_among(const FloatFormat& format, std::span<const std::uint64_t
 
 std::uint64_t exact_fused_multiply_add(Lane lane, std::span<const std::uint64_t> arguments, mpfr_rnd_t direction) {
     const FloatFormat format = format_of(lane);
-    Real a = Real::from_pattern(lane, arguments[0]);
-    const Real b = Real::from_pattern(lane, arguments[1]), c = Real::from_pattern(lane, arguments[2]);
+    const Real a = Real::from_pattern(lane, arguments[0]), b = Real::from_pattern(lane, arguments[1]);
+    const Real c = Real::from_pattern(lane, arguments[2]);
     const mpfr_exp_t emin = mpfr_get_emin(), emax = mpfr_get_emax();
     mpfr_t result;
     mpfr_init2(result, format.significand_bits);
-    int inexact = mpfr_fma(result, a.mpfr(), b.mpfr(), c.mpfr(), MPFR_RNDZ);
-    if (mpfr_number_p(result) && !mpfr_zero_p(result) && mpfr_get_exp(result) > format.largest_exponent) {
+    mpfr_fma(result, a.mpfr(), b.mpfr(), c.mpfr(), MPFR_RNDZ);
+    if (mpfr_regular_p(result) && mpfr_get_exp(result) > format.largest_exponent) {
         mpfr_set_inf(result, mpfr_signbit(result) ? -1 : 1);
     } else {
         mpfr_set_emin(format.least_exponent);
         mpfr_set_emax(format.largest_exponent);
-        inexact = mpfr_fma(result, a.mpfr(), b.mpfr(), c.mpfr(), direction);
+        const int inexact = c.is_zero() ? mpfr_mul(result, a.mpfr(), b.mpfr(), direction)
+                                        : mpfr_fma(result, a.mpfr(), b.mpfr(), c.mpfr(), direction);
         mpfr_subnormalize(result, inexact, direction);
+        if (c.is_zero()) mpfr_add(result, result, c.mpfr(), direction);
         mpfr_set_emin(emin);
         mpfr_set_emax(emax);
     }
-    const bool no_number = mpfr_nan_p(result) != 0;
-    mpfr_set(a.mpfr(), result, MPFR_RNDN);
+    Real rounded;
+    mpfr_set(rounded.mpfr(), result, MPFR_RNDN);
     mpfr_clear(result);
-    return no_number ? nan_among(format, arguments) : a.to_pattern(lane);
+    return rounded.is_nan() ? nan_among(format, arguments) : rounded.to_pattern(lane);
 }
 
 ExactOutputs exact_divroot(const Family& family, std::span<const std::uint64_t> arguments) {
