@@ -13,6 +13,7 @@
 #include <llvm/IR/IntrinsicInst.h>
 
 #include "client/failure.hpp"
+#include "client/scalar_functions.hpp"
 
 namespace tuvo::client {
 namespace {
@@ -196,6 +197,37 @@ Value* call_kernel(Builder& builder, CallInst& call, const Kernel& kernel) {
     return call_in_registers(builder, function, kernel, arguments, out);
 }
 
+// ---- Calls of scalar functions -------------------------------------------------------------------------------------
+
+/// A call for each lane.
+Value* call_scalars(Builder& builder, CallInst& call, const void* function) {
+    const int lanes = lane_count(&call);
+    const auto in_lane = [&](Value* value, int lane) -> Value* {
+        return value->getType()->isVectorTy() ? builder.CreateExtractElement(value, builder.getInt32(lane)) : value;
+    };
+    Value* result = llvm::PoisonValue::get(call.getType());
+    for (int lane = 0; lane < lanes; ++lane) {
+        std::vector<Value*> operands;
+        std::vector<Type*> types;
+        for (Value* operand : call.args()) {
+            if (operand->getType()->isPointerTy()) {
+                Type* element = call.getType()->getScalarType();
+                Type* pointer = llvm::PointerType::get(element, 0);
+                operand = builder.CreatePointerBitCastOrAddrSpaceCast(operand, pointer);
+                operand = builder.CreateConstGEP1_32(element, operand, lane);
+            }
+            operands.push_back(in_lane(operand, lane));
+            types.push_back(operands.back()->getType());
+        }
+        auto* type = llvm::FunctionType::get(call.getType()->getScalarType(), types, false);
+        Value* address = builder.getInt64(reinterpret_cast<std::uintptr_t>(function));
+        Value* value =
+            builder.CreateCall(type, builder.CreateIntToPtr(address, llvm::PointerType::get(type, 0)), operands);
+        result = lanes == 1 ? value : builder.CreateInsertElement(result, value, builder.getInt32(lane));
+    }
+    return result;
+}
+
 // ---- Built-ins that need no kernel ---------------------------------------------------------------------------------
 
 llvm::GlobalVariable* hidden_word(llvm::Module& module, const char* name) {
@@ -334,24 +366,30 @@ Value* expand_inline(Builder& builder, CallInst& call, const Builtin& builtin) {
 
 // ---- The walk over a module ----------------------------------------------------------------------------------------
 
-const Kernel* find_kernel(const Manifest& manifest, const Builtin& builtin, bool relaxed_math) {
-    std::optional<KernelKey> key = requested_kernel(builtin);
-    if (!key) return nullptr;
-    if (relaxed_math && key->tier.empty()) {
-        KernelKey relaxed = *key;
+const Kernel* find_kernel(const Manifest& manifest, const KernelKey& key, bool relaxed_math) {
+    if (relaxed_math && key.tier.empty()) {
+        KernelKey relaxed = key;
         relaxed.tier = "rm";
         if (const auto found = manifest.find(relaxed); found != manifest.end()) return &found->second;
     }
-    const auto found = manifest.find(*key);
+    const auto found = manifest.find(key);
     return found == manifest.end() ? nullptr : &found->second;
 }
 
 /// What stands in for the call, or null if nothing can.
-Value* replacement(CallInst& call, const std::optional<Builtin>& builtin, const Manifest& manifest, bool relaxed_math) {
+Value* replacement(CallInst& call, const std::optional<Builtin>& builtin, const Manifest& manifest,
+                   const BindOptions& options) {
     if (!builtin) return nullptr;
     Builder builder(&call);
     if (Value* value = expand_inline(builder, call, *builtin)) return value;
-    const Kernel* kernel = find_kernel(manifest, *builtin, relaxed_math);
+    const std::optional<KernelKey> key = requested_kernel(*builtin);
+    if (!key) return nullptr;
+    if (options.scalar_libm) {
+        const void* function = scalar_function(*key);
+        if (!function) throw std::logic_error("there is no scalar function for " + key->operation);
+        return call_scalars(builder, call, function);
+    }
+    const Kernel* kernel = find_kernel(manifest, *key, options.relaxed_math);
     return kernel ? call_kernel(builder, call, *kernel) : nullptr;
 }
 
@@ -376,7 +414,7 @@ std::string complaint(const CallInst& call, const std::optional<Builtin>& builti
     return text;
 }
 
-void bind_calls(llvm::Module& module, const Manifest& manifest, bool relaxed_math) {
+void bind_calls(llvm::Module& module, const Manifest& manifest, const BindOptions& options) {
     std::vector<CallInst*> calls;
     for (llvm::Function& function : module)
         for (llvm::Instruction& instruction : llvm::instructions(function))
@@ -384,19 +422,26 @@ void bind_calls(llvm::Module& module, const Manifest& manifest, bool relaxed_mat
                 if (call->getCalledFunction() && call->getCalledFunction()->isDeclaration()) calls.push_back(call);
 
     std::string complaints;
+    bool unknown = false;  // not even to the operation table
+    std::string missing;
     std::set<llvm::Function*> replaced;
     for (CallInst* call : calls) {
         llvm::Function* callee = call->getCalledFunction();
         const std::optional<Builtin> builtin = parse_mangled(callee->getName().str());
-        if (Value* value = replacement(*call, builtin, manifest, relaxed_math)) {
+        if (Value* value = replacement(*call, builtin, manifest, options)) {
             replace(*call, value);
             replaced.insert(callee);
         } else {
             complaints += '\n';
             complaints += complaint(*call, builtin);
+            unknown = unknown || !builtin || !requested_kernel(*builtin);
+            const std::string name = builtin ? builtin->signature() : "";
+            if (missing.find(name) == std::string::npos) missing += (missing.empty() ? "" : ", ") + name;
         }
     }
-    if (!complaints.empty()) throw Failure("the program calls functions that nothing stands for:" + complaints);
+    const std::string message = "the program calls functions that nothing stands for:" + complaints;
+    if (unknown) throw Failure(message);
+    if (!complaints.empty()) throw MissingKernels(message, missing);
     for (llvm::Function* function : replaced)
         if (function->use_empty()) function->eraseFromParent();
 }
@@ -441,9 +486,9 @@ WorkItem work_item(llvm::Module& module) {
     return {hidden_word(module, "tuvo.global_id"), hidden_word(module, "tuvo.global_size")};
 }
 
-void bind_builtins(llvm::Module& module, const Manifest& manifest, bool relaxed_math) {
-    bind_calls(module, manifest, relaxed_math);
-    bind_divisions(module, manifest);
+void bind_builtins(llvm::Module& module, const Manifest& manifest, const BindOptions& options) {
+    bind_calls(module, manifest, options);
+    if (!options.scalar_libm) bind_divisions(module, manifest);
     // Source lines have done their duty in the messages.
     llvm::StripDebugInfo(module);
 }

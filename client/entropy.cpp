@@ -1,5 +1,4 @@
-#include "client/entropy.hpp"
-
+// The entropy of a file, block by block, as a chart.
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -7,13 +6,19 @@
 #include <vector>
 
 #include "client/arguments.hpp"
+#include "client/compare.hpp"
+#include "client/demo.hpp"
 #include "client/failure.hpp"
+#include "client/launch.hpp"
 #include "client/plot.hpp"
 
 namespace tuvo::client {
 namespace {
 
 using Counts = std::array<std::uint64_t, 256>;
+
+/// Bytes for which one value is computed: few enough that a float counts them exactly.
+constexpr std::uint32_t block = 4096;
 
 Counts count_bytes(const std::byte* bytes, std::size_t size) {
     Counts counts{};
@@ -40,66 +45,45 @@ double tolerance(double bits) {
     return 3 * u * (bits + 1 / std::log(2.0)) + (6 + 1 + 20) * u * bits;
 }
 
-struct Comparison {
-    double largest_error = 0.0;
-    bool agrees = true;
-
-    void add(float computed, double exact) {
-        const double error = std::fabs(static_cast<double>(computed) - exact);
-        largest_error = std::max(largest_error, error);
-        // A NaN fails this way round.
-        if (!(error <= tolerance(exact))) agrees = false;
-    }
-};
-
-}  // namespace
-
-bool show_entropy(const EntropyOptions& options, const Settings& settings) {
-    Buffer bytes = read_file(options.file);
+bool show_entropy(const DemoOptions& options) {
+    const std::string path = options.file.empty() ? options.settings.library.string() : options.file;
+    const Buffer bytes = read_file(path);
     std::uint64_t size = bytes.size();
-    if (size == 0) throw Failure("'" + options.file + "' is empty; an entropy needs at least one byte");
-    std::uint32_t block = options.block;
+    if (size == 0) throw Failure("'" + path + "' is empty; an entropy needs at least one byte");
     const std::uint64_t blocks = (size - 1) / block + 1;
-    const Program program = build_program(TUVO_ENTROPY_PROGRAM, settings);
+    const Contest contest(demo_program("entropy"), options.settings);
 
-    std::vector<float> block_bits(blocks);
-    void* bytes_address = bytes.data();
-    void* bits_address = block_bits.data();
-    run_kernel(program, find_kernel(program, "entropy_of_blocks"), {&bytes_address, &size, &block, &bits_address},
-               blocks, "entropy of blocks");
-
+    std::vector<float> block_bits(blocks), file_bits(1);
+    std::uint32_t length_of_block = block;
+    const auto work = [&](const Program& program) {
+        launch(program, "entropy_of_blocks", blocks, bytes, size, length_of_block, block_bits);
+    };
+    contest.report("blocks of 4096 bytes", "bytes", static_cast<double>(size), work);
+    work(contest.library);
     Counts counts = count_bytes(bytes.data(), size);
-    float file_bits = 0.0f;
-    void* counts_address = counts.data();
-    bits_address = &file_bits;
-    run_kernel(program, find_kernel(program, "entropy_of_counts"), {&counts_address, &bits_address}, 1);
+    launch(contest.library, "entropy_of_counts", 1, counts, file_bits);
 
     Comparison comparison;
     const double exact = reference_entropy(counts, size);
-    comparison.add(file_bits, exact);
+    comparison.add(file_bits[0], exact, tolerance(exact));
     for (std::uint64_t i = 0; i < blocks; ++i) {
         const std::uint64_t length = std::min<std::uint64_t>(block, size - i * block);
-        comparison.add(block_bits[i], reference_entropy(count_bytes(bytes.data() + i * block, length), length));
+        const double bits = reference_entropy(count_bytes(bytes.data() + i * block, length), length);
+        comparison.add(block_bits[i], bits, tolerance(bits));
     }
 
-    const std::string name = std::filesystem::path(options.file).filename().string();
-    std::printf("%s: %.6f bits per byte over %llu bytes\n", name.c_str(), static_cast<double>(file_bits),
+    const std::string name = std::filesystem::path(path).filename().string();
+    std::printf("%s: %.6f bits per byte over %llu bytes\n", name.c_str(), static_cast<double>(file_bits[0]),
                 static_cast<unsigned long long>(size));
-    std::printf("reference: %.6f; %llu blocks of %u bytes; largest error %.1e, at most %.1e at 8 bits\n", exact,
-                static_cast<unsigned long long>(blocks), block, comparison.largest_error, tolerance(8.0));
-    if (!options.picture.empty()) {
-        const Plot plot{
-            .title = name,
-            .values = block_bits,
-            .level = file_bits,
-            .step = block,
-            .length = size,
-        };
-        write_png(draw_plot(plot), options.picture);
-        std::printf("picture: %s\n", options.picture.c_str());
-    }
-    if (!comparison.agrees) std::fprintf(stderr, "tuvo-client: the program's entropy differs from the reference\n");
-    return comparison.agrees;
+    const std::string picture = (options.folder / "entropy.png").string();
+    write_png(draw_plot({.title = name, .values = block_bits, .level = file_bits[0], .step = block, .length = size}),
+              picture);
+    std::printf("picture: %s\n", picture.c_str());
+    return comparison.report("entropy");
 }
 
+const RegisterDemo registered({"entropy", "the entropy of FILE (of the library, if none is named), as a chart",
+                               show_entropy});
+
+}  // namespace
 }  // namespace tuvo::client

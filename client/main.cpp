@@ -8,7 +8,7 @@
 #include <optional>
 
 #include "client/arguments.hpp"
-#include "client/entropy.hpp"
+#include "client/demo.hpp"
 #include "client/failure.hpp"
 #include "client/program.hpp"
 
@@ -18,14 +18,15 @@ namespace {
 constexpr const char* usage =
     "usage: tuvo-client run PROGRAM.cl KERNEL --size N ARGUMENT...\n"
     "       tuvo-client ir PROGRAM.cl\n"
-    "       tuvo-client entropy [FILE]\n"
+    "       tuvo-client demo [NAME [FILE]]\n"
     "       tuvo-client --help\n"
     "\n"
-    "run      compiles an OpenCL C program, binds its built-ins to the library, and runs a kernel with the global ids\n"
-    "         0 to N - 1\n"
-    "ir       prints the bound module, in LLVM's language\n"
-    "entropy  computes the entropy of a file (of the library, if none is named) with an OpenCL C program, checks it,\n"
-    "         and draws it along the file\n"
+    "run   compiles an OpenCL C program, binds its built-ins to the library, and runs a kernel with the global ids 0 "
+    "to\n"
+    "      N - 1\n"
+    "ir    prints the bound module, in LLVM's language\n"
+    "demo  runs a demonstration, or all that the library can serve: OpenCL C programs, timed beside the same programs\n"
+    "      with the functions of scalar libm, and compared with a reference\n"
     "\n"
     "options of all:\n"
     "  --library FILE       the library; the one built with the client, if none is named\n"
@@ -33,15 +34,14 @@ constexpr const char* usage =
     "  --clang PROGRAM      the OpenCL C front end\n"
     "  --features LIST      processor features to generate code for; +avx,-avx2,-fma,-avx512f, if none are named\n"
     "  --relaxed-math       built-ins without native_ or half_ take the tier rm where there is one\n"
-    "options of entropy:\n"
-    "  --block BYTES        length of a block, 1 to 16777216; 4096 otherwise\n"
-    "  --output FILE        the picture, in PNG; entropy.png otherwise\n"
+    "option of demo:\n"
+    "  --output FOLDER      for the pictures and tables that it writes; the current one otherwise\n"
     "\n"
     "arguments of a kernel, one for each parameter:\n";
 
 constexpr const char* exit_statuses =
     "\n"
-    "exit status: 0 done, 1 the entropy differs from its reference, 2 something is unfit; the message says what\n";
+    "exit status: 0 done, 1 a demonstration differs from its reference, 2 something is unfit; the message says what\n";
 
 /// The command line, cut into words and options.
 struct Words {
@@ -54,8 +54,7 @@ struct Words {
     }
 };
 
-constexpr std::array valued_options{"--library", "--manifest", "--clang", "--features",
-                                    "--size",    "--block",    "--output"};
+constexpr std::array valued_options{"--library", "--manifest", "--clang", "--features", "--size", "--output"};
 
 Words cut(const std::vector<std::string>& arguments) {
     Words words;
@@ -124,27 +123,31 @@ int print_ir(const Words& words) {
     return 0;
 }
 
-int entropy(const Words& words) {
-    if (words.positional.size() > 2) throw Failure("'entropy' takes one file at most; --help tells more");
-    const Settings settings = settings_of(words);
-    EntropyOptions options;
-    options.file = words.positional.size() == 2 ? words.positional[1] : settings.library.string();
-    options.picture = words.option("--output").value_or("entropy.png");
-    if (const auto block = words.option("--block"))
-        options.block = static_cast<std::uint32_t>(whole_number("--block", *block, 1 << 24));
-    return show_entropy(options, settings) ? 0 : 1;
+int demo(const Words& words) {
+    const std::vector<std::string>& names = words.positional;
+    if (names.size() > 3) throw Failure("'demo' takes a name and one file at most; --help tells more");
+    const DemoOptions options{.settings = settings_of(words),
+                              .file = names.size() > 2 ? names[2] : "",
+                              .folder = words.option("--output").value_or(".")};
+    return run_demos(names.size() > 1 ? names[1] : "", options) ? 0 : 1;
+}
+
+void print_help() {
+    std::printf("%s%s\ndemonstrations:\n", usage, argument_help);
+    for (const Demo& demo : demos()) std::printf("  %-10s %s\n", demo.name, demo.help);
+    std::printf("%s", exit_statuses);
 }
 
 int perform(const std::vector<std::string>& arguments) {
     if (std::find(arguments.begin(), arguments.end(), "--help") != arguments.end()) {
-        std::printf("%s%s%s", usage, argument_help, exit_statuses);
+        print_help();
         return 0;
     }
     const Words words = cut(arguments);
     const std::string command = words.positional.empty() ? "" : words.positional[0];
     if (command == "run") return run(words);
     if (command == "ir") return print_ir(words);
-    if (command == "entropy") return entropy(words);
+    if (command == "demo") return demo(words);
     throw Failure(command.empty() ? "a command is missing; --help lists them"
                                   : "unknown command '" + command + "'; --help lists them");
 }

@@ -121,7 +121,7 @@ BoundModule bound_module(const std::filesystem::path& source, const Settings& se
     const Manifest manifest = read_manifest(settings.manifest);
     BoundModule bound{std::make_unique<llvm::LLVMContext>(), nullptr};
     bound.module = compile_program(*bound.context, settings.clang, source, settings.features);
-    bind_builtins(*bound.module, manifest, settings.relaxed_math);
+    bind_builtins(*bound.module, manifest, {settings.relaxed_math, settings.scalar_libm});
     std::string fault;
     llvm::raw_string_ostream stream(fault);
     if (llvm::verifyModule(*bound.module, &stream))

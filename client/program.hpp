@@ -22,6 +22,7 @@ struct Settings {
     std::string clang;
     std::string features = default_features;
     bool relaxed_math = false;
+    bool scalar_libm = false;  ///< the library's kernels are not used
 };
 
 /// A parameter of a kernel.

@@ -331,10 +331,24 @@ TEST_F(Client, UnfitWordsAreRejectedWithAHint) {
     expect_rejected("run p.cl k --size", "option '--size' needs a value");
     expect_rejected("run p.cl k --wide", "unknown option '--wide'");
     expect_rejected("walk", "unknown command 'walk'");
-    expect_rejected("entropy absent", "cannot read 'absent'");
+    expect_rejected("demo entropy absent", "cannot read 'absent'");
 }
 
-// ---- The demonstration ---------------------------------------------------------------------------------------------
+// ---- The demonstrations ---------------------------------------------------------------------------------------------
+
+/// Each compares what it computed with a reference, which decides its exit status.
+TEST_F(Client, DemonstrationsAgreeWithTheirReferences) {
+    const Result result = client("demo --output pictures");
+    EXPECT_EQ(result.status, 0) << result.out << result.err;
+    for (const std::string name : {"entropy", "options"}) {
+        std::string text = result.out.substr(result.out.find(name + ":\n"));
+        text.erase(text.find("\n\n"));
+        if (text.find("left out: the library has no kernel for") != std::string::npos) continue;
+        EXPECT_NE(text.find("times as fast\n"), std::string::npos) << text;
+        EXPECT_NE(text.find("values agree with their reference"), std::string::npos) << text;
+    }
+    expect_rejected("demo walk", "there is no demo 'walk'; there are: entropy options");
+}
 
 TEST_F(Client, EntropyOfFilesWithAKnownOne) {
     REQUIRE_KERNEL("log2f16");
@@ -349,15 +363,16 @@ TEST_F(Client, EntropyOfFilesWithAKnownOne) {
     };
     for (const Case& file : {Case{all, 8.0}, Case{"x", 0.0}, Case{lopsided, expected}}) {
         write_text(folder / "f", file.text);
-        const Result result = client("entropy f --output pictures/f.png");
+        const Result result = client("demo entropy f --output pictures");
         EXPECT_EQ(result.status, 0) << result.out << result.err;
-        EXPECT_NEAR(std::strtod(result.out.c_str() + std::strlen("f: "), nullptr), file.bits, 2e-5);
-        EXPECT_EQ(read_text(folder / "pictures" / "f.png").substr(0, 8), "\x89PNG\r\n\x1a\n");
+        const std::size_t figure = result.out.find("\nf: ");
+        ASSERT_NE(figure, std::string::npos) << result.out;
+        EXPECT_NEAR(std::strtod(result.out.c_str() + figure + 4, nullptr), file.bits, 2e-5);
+        EXPECT_EQ(read_text(folder / "pictures" / "entropy.png").substr(0, 8), "\x89PNG\r\n\x1a\n");
         fs::remove_all(folder / "pictures");
     }
     write_text(folder / "f", "");
-    expect_rejected("entropy f", "'f' is empty");
-    expect_rejected("entropy f --block 0", "option '--block' needs a whole number from 1 to 16777216");
+    expect_rejected("demo entropy f", "'f' is empty");
 }
 
 }  // namespace

@@ -1,0 +1,80 @@
+#include "client/scalar_functions.hpp"
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <vector>
+
+namespace tuvo::client {
+namespace {
+
+struct Entry {
+    std::string_view operation;
+    Scalar element;
+    const void* function;
+};
+
+template <typename Function>
+const void* address(Function* function) {
+    return reinterpret_cast<const void*>(function);
+}
+
+/// To the nearest int; a NaN becomes 0.
+template <typename T>
+std::int32_t saturated(T x) {
+    if (std::isnan(x)) return 0;
+    if (x >= 0x1p31) return std::numeric_limits<std::int32_t>::max();
+    if (x <= -0x1p31) return std::numeric_limits<std::int32_t>::min();
+    return static_cast<std::int32_t>(std::rint(x));
+}
+
+/// The functions of one element type.
+template <typename T>
+void append(std::vector<Entry>& table, Scalar element) {
+    const auto add = [&](std::string_view operation, auto* function) {
+        table.push_back({operation, element, address(function)});
+    };
+    add(
+        "exp", +[](T x) { return std::exp(x); });
+    add(
+        "log", +[](T x) { return std::log(x); });
+    add(
+        "log2", +[](T x) { return std::log2(x); });
+    add(
+        "sqrt", +[](T x) { return std::sqrt(x); });
+    add(
+        "rsqrt", +[](T x) { return 1 / std::sqrt(x); });
+    add(
+        "hypot", +[](T x, T y) { return std::hypot(x, y); });
+    add(
+        "fma", +[](T a, T b, T c) { return std::fma(a, b, c); });
+    add(
+        "fmin", +[](T x, T y) { return std::fmin(x, y); });
+    add(
+        "fmax", +[](T x, T y) { return std::fmax(x, y); });
+    add(
+        "cvtfptoi32rtesat", +[](T x) { return saturated(x); });
+    add(
+        "cvti32tofprte", +[](std::int32_t x) { return static_cast<T>(x); });
+    add(
+        "sincos", +[](T x, T* cosine) {
+            *cosine = std::cos(x);
+            return std::sin(x);
+        });
+}
+
+}  // namespace
+
+const void* scalar_function(const KernelKey& key) {
+    static const std::vector<Entry> table = [] {
+        std::vector<Entry> entries;
+        append<float>(entries, Scalar::f32);
+        append<double>(entries, Scalar::f64);
+        return entries;
+    }();
+    for (const Entry& entry : table)
+        if (entry.operation == key.operation && entry.element == key.element) return entry.function;
+    return nullptr;
+}
+
+}  // namespace tuvo::client
