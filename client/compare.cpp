@@ -35,9 +35,10 @@ void Comparison::add(double computed, double exact, double allowed) {
 
 bool Comparison::report(const std::string& what) const {
     const bool agrees = share_ <= 1;
-    std::printf("%s: %llu values %s their reference; largest difference %.1e, at most %.0f %% of what is allowed\n",
-                what.c_str(), static_cast<unsigned long long>(values_), agrees ? "agree with" : "DIFFER from", largest_,
-                100 * share_);
+    std::printf(
+        "%s: %s the reference; values compared: %llu, largest difference %.1e, at most %.0f %% of what is allowed\n",
+        what.c_str(), agrees ? "agree with" : "DIFFER from", static_cast<unsigned long long>(values_), largest_,
+        100 * share_);
     return agrees;
 }
 

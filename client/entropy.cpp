@@ -79,7 +79,7 @@ bool show_entropy(const DemoOptions& options) {
     write_png(draw_plot({.title = name, .values = block_bits, .level = file_bits[0], .step = block, .length = size}),
               picture);
     std::printf("picture: %s\n", picture.c_str());
-    return comparison.report("entropy");
+    return comparison.report("entropies");
 }
 
 const RegisterDemo registered({"entropy", "the entropy of FILE (of the library, if none is named), as a chart",

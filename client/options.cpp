@@ -70,8 +70,8 @@ bool price_options(const DemoOptions& options) {
     const std::string priced = (options.folder / "options.csv").string();
     write_csv(table, priced);
     std::printf("%zu options of %s priced: %s\n", table.rows(), path.c_str(), priced.c_str());
-    const bool floats_agree = in_float.report("float");
-    return in_double.report("double") && floats_agree;
+    const bool floats_agree = in_float.report("prices in float");
+    return in_double.report("prices in double") && floats_agree;
 }
 
 const RegisterDemo registered({"options", "prices of the options in FILE, a table in CSV (of some hundred made up)",

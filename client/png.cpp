@@ -8,6 +8,19 @@
 
 namespace tuvo::client {
 
+Image read_png(const std::string& path) {
+    png_image header{};
+    header.version = PNG_IMAGE_VERSION;
+    if (!png_image_begin_read_from_file(&header, path.c_str()))
+        throw Failure("cannot read '" + path + "': " + header.message);
+    header.format = PNG_FORMAT_RGB;
+    Image image(static_cast<int>(header.width), static_cast<int>(header.height), {});
+    const png_color black{};
+    if (!png_image_finish_read(&header, &black, image.pixels.data(), 0, nullptr))
+        throw Failure("cannot read '" + path + "': " + header.message);
+    return image;
+}
+
 void write_png(const Image& image, const std::string& path) {
     const std::filesystem::path folder = std::filesystem::path(path).parent_path();
     std::error_code ignored;  // a folder that can't be made shows when the file is opened

@@ -21,6 +21,9 @@ struct Image {
     Colour& at(int x, int y) { return pixels[static_cast<std::size_t>(y * width + x)]; }
 };
 
+/// Reads a PNG; transparent pixels lie on black. Throws `Failure` if the file can't be read.
+Image read_png(const std::string& path);
+
 /// Writes the image as PNG, and makes the folder for it. Throws `Failure` if the file can't be written.
 void write_png(const Image& image, const std::string& path);
 
