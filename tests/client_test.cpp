@@ -371,6 +371,14 @@ TEST_F(Client, EntropyOfFilesWithAKnownOne) {
         EXPECT_EQ(read_text(folder / "pictures" / "entropy.png").substr(0, 8), "\x89PNG\r\n\x1a\n");
         fs::remove_all(folder / "pictures");
     }
+    // With the natural logarithm in the place of the binary one.
+    std::string manifest = read_text(TUVO_MANIFEST);
+    manifest.replace(manifest.find("__ocl_tuvo_e9_log2f16\""), std::strlen("__ocl_tuvo_e9_log2f16"),
+                     "__ocl_tuvo_e9_logf16");
+    write_text(folder / "wrong.json", manifest);
+    const Result wrong = client("demo entropy f --manifest wrong.json");
+    EXPECT_EQ(wrong.status, 1);
+    EXPECT_NE(wrong.out.find("entropies: DIFFER from the reference"), std::string::npos) << wrong.out;
     write_text(folder / "f", "");
     expect_rejected("demo entropy f", "'f' is empty");
 }
