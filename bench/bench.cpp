@@ -165,7 +165,7 @@ one run is not to be compared with a figure of another.
   takes. Where there is no entry of 1 ulp, that of 0.5 or 1.5 ulp or the exact one stands in; for div, inv and rsqrt,
   which it doesn't have, a function of the divide and root instructions. Widths 1 to 3 take one 128-bit call.
 - libm: the C library's scalar function, one call a lane. It may use instructions that the kernels must not. For
-  integer division, a compiled loop of the processor's own divisions.
+  integer division and conversions, a compiled loop of the processor's own divisions and of casts.
 - latency: ticks of a call whose argument waits for the last call's result; lat.: the ratios of that to the same
   peers. Values that take the peer more than one call have none.
 

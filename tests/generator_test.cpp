@@ -117,6 +117,17 @@ TEST(Generator, NarrowingAndWidening) {
     });
 }
 
+TEST(Generator, NoUpperHalvesInUseWhereNoneAreReturned) {
+    const MadeUp there_and_back = make_up("there_and_back", {d, i, l}, {f}, {}, false, 1, describe(+[](F64 x, I32 n, I64 m) {
+        const F64 w = to_f64(to_f32(x)), y = to_f64(n);
+        return to_f32(select(widen_mask(narrow_mask(w > x)), y, as_float(bits(w) ^ m))) + to_f32(high_word(m));
+    }));
+    expect_right({there_and_back});
+    const BlockLayout blocks = lay_out_blocks(there_and_back.program, "there_and_back");
+    for (int width : {3, 4}) EXPECT_FALSE(clears_upper_halves(lay_out(there_and_back.program, blocks, there_and_back.family, width, "k")));
+    EXPECT_TRUE(lay_out(there_and_back.program, blocks, there_and_back.family, 8, "k").works_256);
+}
+
 // Another processor's reciprocal goes the same way as the processor's own.
 TEST(Generator, ReciprocalOfAnotherProcessor) {
     const MadeUp family = make_up("estimate", {d}, {d}, {}, false, 1, describe(+[](F64 x) {
