@@ -1,5 +1,8 @@
 // Rare routines of the hypotenuse: any arguments, scaled so that neither the squares nor their sum leave the range.
 // They report nothing: overflow and underflow come with the last multiplication.
+//
+// Largest errors seen: hypotf_rare 0.5000 ulp; hypot_rare 0.883 where both heads count, whose squares are exact and
+// their sum is not, and 0.5001 elsewhere.
 #include "divroot/root_steps.hpp"
 #include "frame/rare.hpp"
 
