@@ -27,6 +27,7 @@ struct Renamed {
 };
 constexpr Renamed renamed[] = {
     {"nan", "", ""},  // C's nan reads a string
+    {"div", "", ""},  // and its div divides integers
     {"powr", "pow", "pow"},   {"lgammar", "", "lgamma_r"}, {"sincosreg", "sincos", ""},
     {"sincos", "sincos", ""},  // C's stores both
     {"frexp", "", "frexp"},    // the vector library splits it in two
