@@ -37,6 +37,7 @@ public:
         narrow_ = works_narrow();
         forms_.resize(program.nodes.size());
         halves_wanted_ = find_integer_users();
+        interleaved_ = can_interleave();
     }
 
     Kernel run() {
@@ -57,6 +58,7 @@ private:
     std::vector<bool> live_;
     bool narrow_ = false;  ///< whole parts are of 128 bits, too
     std::vector<bool> halves_wanted_;
+    bool interleaved_;  ///< 64-bit lanes, and floats made of them, lie in the order of unpacked words
     std::vector<Forms> forms_;
     int section_ = 0;
     std::vector<std::vector<int>> rare_lanes_;  ///< by section: virtual general registers with rare masks
@@ -316,6 +318,32 @@ private:
             }
         }
         return wanted;
+    }
+
+    /// Whether 64-bit lanes can lie in the order that unpacking 256-bit registers of words gives: of eight lanes 0, 1,
+    /// 4, 5 in one register and 2, 3, 6, 7 in the next. Two shuffles of whole registers lead there and one back, where
+    /// lanes in order take extracts and inserts as well. Nothing may see the order from outside: 64-bit lanes have to
+    /// be joined of words and end as words, and must not meet values that lie otherwise.
+    bool can_interleave() const {
+        if (wide_family() || !split(Type::i32) || program_.sections.size() > 1 || family_.has_rare) return false;
+        std::vector<bool> inner(program_.nodes.size());
+        bool joins = false;
+        for (int k = 0; k < int(program_.nodes.size()); ++k) {
+            const Node& n = program_.nodes[k];
+            if (!live_[k] || is_constant(k)) continue;
+            const bool enters = n.op == Op::join_words;
+            const bool leaves = n.op == Op::low_word || n.op == Op::high_word || n.op == Op::mask_narrow;
+            std::vector<int> values;
+            for (int a : n.args)
+                if (a >= 0 && !is_constant(a)) values.push_back(a);
+            const auto is_inner = [&](int a) { return inner[a]; };
+            inner[k] = !leaves && (type_size(n.type) == 8 || std::any_of(values.begin(), values.end(), is_inner));
+            for (int a : values)
+                if (inner[a] != (leaves || (inner[k] && !enters))) return false;
+            joins = joins || enters;
+            if (n.op == Op::argument && inner[k]) return false;
+        }
+        return joins && std::none_of(program_.outputs.begin(), program_.outputs.end(), [&](int o) { return inner[o]; });
     }
 
     static bool is_bitwise(Op op) {
@@ -647,6 +675,7 @@ private:
     /// Moves between 32-bit and 64-bit integer lanes: four lanes are one register of words and two of long words.
     void lay_out_words(int k) {
         const Node& n = program_.nodes[k];
+        if (interleaved_) return lay_out_interleaved_words(k);
         const auto half = [&](int argument, int p) { return in_register(n.args[argument], Shape::half, p, 128); };
         const bool narrow = width_ <= 2;
         std::vector<int> result;
@@ -678,6 +707,25 @@ private:
         }
         }
         set(k, Shape::half, result);
+        comment(k, int(result.size()) - 1, int(result.size()));
+    }
+
+    void lay_out_interleaved_words(int k) {
+        const Node& n = program_.nodes[k];
+        std::vector<int> result;
+        if (n.op == Op::join_words) {
+            for (int p = 0; p < whole_count(n.type); ++p)
+                result.push_back(emit(p % 2 == 0 ? "vunpcklps" : "vunpckhps", 256,
+                                      {in_register(n.args[1], Shape::whole, p / 2, 256),
+                                       any_operand(n.args[0], Shape::whole, p / 2, 256)}));
+        } else {
+            for (int p = 0; p < whole_count(n.type); ++p)
+                result.push_back(emit("vshufps", 256,
+                                      {in_register(n.args[0], Shape::whole, 2 * p, 256),
+                                       in_register(n.args[0], Shape::whole, 2 * p + 1, 256)},
+                                      n.op == Op::low_word ? 0x88 : 0xdd));
+        }
+        set(k, Shape::whole, result);
         comment(k, int(result.size()) - 1, int(result.size()));
     }
 

@@ -105,6 +105,27 @@ TEST(Generator, WordsOfDoubles) {
     });
 }
 
+// Doubles that are made of words and become words again may lie in any order between.
+TEST(Generator, DoublesBetweenWords) {
+    expect_right({
+        make_up("in_and_out", {i, i}, {i, i}, {}, false, 1, describe(+[](I32 a, I32 b) {
+                    const I64 x = join_words(a, b), y = join_words(i32(0x43300000), a);
+                    const F64 sum = as_float(x) + to_f64(reciprocal_approximation(to_f32(as_float(y)) * 0.5f));
+                    return std::pair(low_word(bits(sum) - (x >> 7)) ^ b, high_word(select(sum < 0.0, as_float(y), sum)) + a);
+                })),
+        make_up("mask_out", {i, i}, {i}, {}, false, 1, describe(+[](I32 a, I32 b) {
+                    return select(narrow_mask(as_float(join_words(a, b)) < as_float(join_words(b, a))), a, b);
+                })),
+        // Some of the doubles come in order, so all have to.
+        make_up("in_order_as_well", {i, i}, {i}, {}, false, 1, describe(+[](I32 a, I32 b) {
+                    return low_word(bits(as_float(join_words(i32(0x43300000), a)) + to_f64(b)));
+                })),
+        make_up("float_stays_out", {f, i}, {f}, {}, false, 1, describe(+[](F32 x, I32 a) {
+                    return x + to_f32(as_float(join_words(a, a)));
+                })),
+    });
+}
+
 TEST(Generator, NarrowingAndWidening) {
     expect_right({
         make_up("through_double", {f, f}, {f}, {}, false, 1, describe(+[](F32 x, F32 y) { return to_f32(to_f64(x) * to_f64(y) + 1.0); })),
