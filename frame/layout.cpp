@@ -756,16 +756,16 @@ private:
     void lay_out_element(int k) {
         const Node& n = program_.nodes[k];
         const int g = n.args[0];
-        if (!gathered_.contains(g)) gathered_[g] = lay_out_gather(g, type_size(n.type));
+        if (!gathered_.contains(g)) gathered_[g] = lay_out_gather(g, n.type);
         forms_[k] = gathered_[g].at(n.imm);
         for (const std::vector<int>* registers : {&forms_[k].whole, &forms_[k].half})
             for (int r : *registers) kernel_.registers[r].name = n.name;
     }
 
-    std::vector<Forms> lay_out_gather(int g, int size) {
+    std::vector<Forms> lay_out_gather(int g, Type type) {
         const Node& node = program_.nodes[g];
         const Gather& gather = program_.gathers[node.imm];
-        const Type type = size == 4 ? Type::f32 : Type::f64;
+        const int size = type_size(type);
         std::vector<Memory> entries;
         for (int lane = 0; lane < std::min(width_ == 3 ? 4 : width_, lanes()); ++lane) {
             const Operand indices = in_register(node.args[0], Shape::half, lane / 4, 128);
@@ -778,8 +778,17 @@ private:
             memory.offset = blocks_.table_offset[gather.table] - gather.bias;
             entries.push_back(memory);
         }
-        const bool whole = split(type) && !(wide_family() && size == 4);
-        return size == 4 ? gather_words(entries, gather.count, whole) : gather_longs(entries, gather.count, whole);
+        const bool whole = split(type) && !(wide_family() && size == 4) && !is_integer(type);
+        std::vector<Forms> values;
+        for (int done = 0; done < gather.count;) {
+            const int left = gather.count - done, fields = left >= 4 ? 4 : left >= 2 ? 2 : 1;
+            std::vector<Memory> from;
+            for (const Memory& entry : entries) from.push_back(shifted(entry, done * size));
+            for (Forms& forms : size == 4 ? gather_words(from, fields, whole) : gather_longs(from, fields, whole))
+                values.push_back(std::move(forms));
+            done += fields;
+        }
+        return values;
     }
 
     static Memory shifted(Memory memory, std::int64_t bytes) {

@@ -218,16 +218,18 @@ Value<T> gather(int table, I32 offset, std::int64_t bias = 0) {
     return make<T>(Op::element, {record_gather(table, offset.node, bias, 1, T), -1, -1}, 0);
 }
 /// Neighbouring values of one entry.
+template <Type T, int Count> std::array<Value<T>, Count> gather_fields(int table, I32 offset, std::int64_t bias = 0) {
+    const int g = record_gather(table, offset.node, bias, Count, T);
+    std::array<Value<T>, Count> values;
+    for (int k = 0; k < Count; ++k) values[k] = make<T>(Op::element, {g, -1, -1}, k);
+    return values;
+}
 template <Type T> std::pair<Value<T>, Value<T>> gather_pair(int table, I32 offset, std::int64_t bias = 0) {
-    const int g = record_gather(table, offset.node, bias, 2, T);
-    const auto first = make<T>(Op::element, {g, -1, -1}, 0), second = make<T>(Op::element, {g, -1, -1}, 1);
+    const auto [first, second] = gather_fields<T, 2>(table, offset, bias);
     return {first, second};
 }
 template <Type T> std::array<Value<T>, 4> gather_quad(int table, I32 offset, std::int64_t bias = 0) {
-    const int g = record_gather(table, offset.node, bias, 4, T);
-    std::array<Value<T>, 4> values;
-    for (int k = 0; k < 4; ++k) values[k] = make<T>(Op::element, {g, -1, -1}, k);
-    return values;
+    return gather_fields<T, 4>(table, offset, bias);
 }
 /// One of the four values of a quad constant, by the low two bits of the control.
 inline F32 lookup4(F32 quad, I32 control) { return make<Type::f32>(Op::lookup4, {quad.node, control.node, -1}); }

@@ -92,7 +92,7 @@ struct Node {
 /// A load of `count` neighbouring values per lane from a table.
 struct Gather {
     int table = 0;                   ///< index into Program::tables
-    int count = 1;                   ///< neighbouring values: 1, 2 or 4
+    int count = 1;                   ///< neighbouring values
     std::int64_t bias = 0;           ///< byte offset that the index carries too much; folded into the displacement
     std::int64_t low = 0, high = 0;  ///< range of the index as the program gives it, proven or claimed, in bytes
 };

@@ -67,6 +67,18 @@ TEST(Generator, GathersOfSingleValuesPairsAndQuads) {
                     const auto v = gather_quad<Type::f64>(table(counted(d, 4, 16), "t"), index(low_word(x), 32, 16));
                     return (v[0] - v[3]) * (v[1] + x) + v[2];
                 })),
+        make_up("gather_i3", {f}, {i}, {}, false, 1, describe(+[](F32 x) {
+                    const I32 k = bits(x) & I32(15);
+                    const auto v = gather_fields<Type::i32, 3>(table(counted(i, 3, 16), "t"), ((k << 1) + k) << 2);
+                    return (v[0] ^ (v[1] << 1)) + v[2];
+                })),
+        make_up("gather_f10", {f}, {f}, {}, false, 1, describe(+[](F32 x) {
+                    const I32 k = bits(x) & I32(15);
+                    const auto v = gather_fields<Type::f32, 10>(table(counted(f, 10, 16), "t"), (k << 5) + (k << 3));
+                    F32 sum = x;
+                    for (const F32& value : v) sum = sum * 0.5f + value;
+                    return sum;
+                })),
         make_up("gather_df", {d}, {d}, {}, false, 1, describe(+[](F64 x) { return to_f64(gather<Type::f32>(table(counted(f, 1, 16), "t"), index(low_word(x), 4, 16))) * x; })),
         make_up("gather_fd", {f}, {f}, {}, false, 1, describe(+[](F32 x) {
                     const auto [a, b] = gather_pair<Type::f64>(table(counted(d, 2, 16), "t"), index(bits(x), 16, 16));

@@ -166,26 +166,31 @@ private:
         void gather_something() {
             if (self.blocks_ == 0) return;
             InBlock block(int(below(std::uint64_t(self.blocks_))));
-            const Lane lane = below(2) ? Lane::f32 : Lane::f64;
-            const int fields = 1 << below(3), shift = (lane == Lane::f32 ? 2 : 3) + __builtin_ctz(unsigned(fields));
-            RawTable data{lane, fields, {}};
-            for (int k = 0; k < 8 * fields; ++k) data.patterns.push_back(draw_pattern(lane, random));
-            const int t = table(std::move(data), "random");
-            const std::int64_t bias = below(2) ? 0 : -std::int64_t(below(100)) * 8;
-            I32 offset = (value_i() & i32(7)) << shift;
-            if (bias) offset = offset + I32(bias);
-            const auto take = [&]<Type T>(auto& pool, Value<T>) {
-                if (fields == 1) pool.push_back(gather<T>(t, offset, bias));
-                else if (fields == 2) {
-                    const auto [a, b] = gather_pair<T>(t, offset, bias);
-                    pool.push_back(a), pool.push_back(b);
-                } else {
-                    const auto values = gather_quad<T>(t, offset, bias);
-                    pool.insert(pool.end(), values.begin(), values.end());
+            const Lane lane = below(2) ? Lane::f32 : below(2) ? Lane::f64 : Lane::i32;
+            const auto take = [&]<Type T, int fields>(auto& pool, Value<T>, std::integral_constant<int, fields>) {
+                RawTable data{lane, fields, {}};
+                for (int k = 0; k < 8 * fields; ++k) data.patterns.push_back(draw_pattern(lane, random));
+                const int t = table(std::move(data), "random");
+                const std::int64_t bias = below(2) ? 0 : -std::int64_t(below(100)) * 8;
+                const I32 entry = value_i() & i32(7);
+                I32 offset = I32(bias);
+                for (int bytes = fields * lane_size(lane), k = 0; bytes >> k; ++k)
+                    if (bytes >> k & 1) offset = offset + (entry << k);
+                const auto values = gather_fields<T, fields>(t, offset, bias);
+                pool.insert(pool.end(), values.begin(), values.end());
+            };
+            const auto take_fields = [&](auto& pool, auto value) {
+                switch (below(5)) {
+                case 0: take(pool, value, std::integral_constant<int, 1>()); break;
+                case 1: take(pool, value, std::integral_constant<int, 2>()); break;
+                case 2: take(pool, value, std::integral_constant<int, 3>()); break;
+                case 3: take(pool, value, std::integral_constant<int, 4>()); break;
+                default: take(pool, value, std::integral_constant<int, 7>());
                 }
             };
-            if (lane == Lane::f32) take(pools.f, F32());
-            else take(pools.d, F64());
+            if (lane == Lane::f32) take_fields(pools.f, F32());
+            else if (lane == Lane::f64) take_fields(pools.d, F64());
+            else take_fields(pools.i, I32());
         }
 
         void step(int depth) {
