@@ -37,6 +37,7 @@ class Allocator {
 public:
     Allocator(const Kernel& kernel, const std::vector<std::vector<Instruction>>& bodies, int vectors)
         : kernel_(kernel), bodies_(bodies), limits_{vectors, general_registers}, values_(kernel.registers.size()) {
+        touched_.resize(kernel.sections.size());
         hints_.resize(kernel.registers.size(), -1);
         for (std::size_t r = 0; r < kernel.registers.size(); ++r) hints_[r] = kernel.registers[r].hint;
         for (const Instruction& i : bodies[0])
@@ -54,9 +55,14 @@ public:
             if (values_[r].reg >= 0 && frame.uses[r].empty()) leave(int(r));  // an argument that nothing reads
         for (position_ = 0; position_ < int(bodies_[0].size()); ++position_) step(frame);
         result_.cost = cost_;
-        if (kernel_.preserved == Preserved::upper_vectors_and_pointers)
-            for (int p = 8; p < vector_registers; ++p)
-                if (touched_[p] || clears_upper_halves(kernel_)) result_.saved.push_back(p);
+        if (kernel_.preserved == Preserved::upper_vectors_and_pointers) {
+            for (int p = 8; p < vector_registers; ++p) {
+                const bool in_main = touched_[0][p] || clears_upper_halves(kernel_);
+                if (in_main) result_.saved.push_back(p);
+                for (std::size_t s = 1; s < touched_.size(); ++s)
+                    if (touched_[s][p] && !in_main) result_.sections[s].saved.push_back(p), result_.outline_cost += 2;
+            }
+        }
         result_.cost += 2 * int(result_.saved.size());
         if (result_.main_slots + int(result_.saved.size()) > red_zone_slots)
             result_.cost += 6;  // a frame set up and torn down
@@ -82,7 +88,8 @@ private:
     std::vector<State> values_;
     std::vector<int> hints_;
     std::array<std::array<int, 16>, 2> held_;  ///< by file and physical register: the value in it, -1 for none
-    std::array<bool, vector_registers> touched_{};
+    std::vector<std::array<bool, vector_registers>> touched_;  ///< by section that saves what it and those in it write
+    int saver_ = 0;                                            ///< the section that saves what is written now
     AllocatedKernel result_;
     std::vector<Instruction>* code_ = nullptr;
     int position_ = 0;
@@ -97,7 +104,7 @@ private:
     void place(int r, int physical) {
         values_[r].reg = physical;
         held_[int(file(r))][physical] = r;
-        if (file(r) == File::vector && kernel_.registers[r].fixed != physical) touched_[physical] = true;
+        if (file(r) == File::vector && kernel_.registers[r].fixed != physical) touched_[saver_][physical] = true;
     }
     void leave(int r) {
         if (values_[r].reg >= 0) held_[int(file(r))][values_[r].reg] = -1;
@@ -314,7 +321,7 @@ private:
             if (next_use(frame, r, position_) != never)
                 place(r, p);
             else if (file(r) == File::vector)
-                touched_[p] = true;
+                touched_[saver_][p] = true;
         }
         append(i, 0);
         reading_.clear();
@@ -417,6 +424,12 @@ private:
             std::vector<int> wanted = needed;
             wanted.insert(wanted.end(), resident.begin(), resident.end());
             for (const Joined& j : section.joins) hints_[j.after] = values_before[j.before].reg;
+            const auto limits_before = limits_;
+            const int saver_before = saver_;
+            if (!section.is_rare) {
+                limits_[int(File::vector)] = vector_registers;
+                if (saver_ == 0) saver_ = i.section;
+            }
             Frame inner = open(i.section, wanted);
             for (position_ = 0; position_ < int(bodies_[i.section].size()); ++position_) step(inner);
             if (section.is_rare) {
@@ -427,6 +440,9 @@ private:
                 result_.rare.outputs = places(section.outputs, &after);
             }
             restore(inner, i.section, wanted, values_before);
+            limits_ = limits_before;
+            saver_ = saver_before;
+            if (!section.is_rare) result_.outline_cost += cost_ - cost_before;
         } else if (section.is_rare) {
             result_.rare.inputs = places(section.inputs);
             result_.rare.outputs = result_.rare.results;
@@ -511,25 +527,54 @@ bool clears_upper_halves(const Kernel& kernel) { return kernel.works_256 && !ker
 AllocatedKernel compile(const Kernel& kernel) {
     // Where all sixteen are free or saved in any case, they may as well be used.
     const bool all_free = kernel.preserved != Preserved::upper_vectors_and_pointers || clears_upper_halves(kernel);
-    std::vector<int> budgets = all_free ? std::vector<int>{16} : std::vector<int>{8, 10, 12, 16};
+    const std::vector<int> budgets = all_free ? std::vector<int>{16} : std::vector<int>{8, 10, 12, 16};
+    constexpr Policy policies[] = {Policy::longest_chain, Policy::as_written, Policy::depth_first};
+    constexpr int pressures[] = {16, 12, 10, 9, 8, 7, 6, 5, 4};
+
+    std::vector<std::vector<Instruction>> bodies;
+    for (const KernelSection& section : kernel.sections) bodies.push_back(section.body);
+    const auto schedule_sections = [&](bool main, Policy policy, int pressure) {
+        int cycles = 0;
+        for (std::size_t s = main ? 0 : 1; s < (main ? 1 : bodies.size()); ++s) {
+            int length = 0;
+            bodies[s] = schedule(kernel, kernel.sections[s].body, policy, pressure, length);
+            cycles += length;
+        }
+        return cycles;
+    };
+    // An added instruction takes its share of the four that enter the pipeline in a cycle, and spills lengthen chains;
+    // the model's cycles matter less, as the processor reorders by itself.
+    const auto cost = [](int cycles, int added) { return 0.5 * cycles + added; };
+
+    schedule_sections(false, Policy::depth_first, 8);
     AllocatedKernel best;
+    std::vector<Instruction> best_main;
+    int best_budget = 0;
     double best_cost = 1e18;
-    for (const Policy policy : {Policy::longest_chain, Policy::as_written, Policy::depth_first}) {
-        for (int pressure : {16, 12, 10, 9, 8, 7, 6, 5, 4}) {
-            std::vector<std::vector<Instruction>> bodies;
-            int main_cycles = 0, ignored = 0;
-            for (std::size_t s = 0; s < kernel.sections.size(); ++s)
-                bodies.push_back(
-                    schedule(kernel, kernel.sections[s].body, policy, pressure, s == 0 ? main_cycles : ignored));
+    for (const Policy policy : policies) {
+        for (int pressure : pressures) {
+            const int cycles = schedule_sections(true, policy, pressure);
             for (int budget : budgets) {
                 AllocatedKernel candidate = allocate(kernel, bodies, budget);
-                // An added instruction takes its share of the four that enter the pipeline in a cycle, and spills
-                // lengthen chains; the model's cycles matter less, as the processor reorders by itself.
-                const double cost = 0.5 * main_cycles + candidate.cost;
                 const bool fits = candidate.main_slots == 0;
-                if (cost < best_cost - 1e-9) best_cost = cost, best = std::move(candidate);
+                if (cost(cycles, candidate.cost) < best_cost - 1e-9) {
+                    best_cost = cost(cycles, candidate.cost), best = std::move(candidate);
+                    best_main = bodies[0], best_budget = budget;
+                }
                 if (fits) break;  // more registers would only be saved in vain
             }
+        }
+    }
+    if (bodies.size() == 1) return best;
+
+    bodies[0] = best_main;
+    best_cost = 1e18;
+    for (const Policy policy : policies) {
+        for (int pressure : pressures) {
+            const int cycles = schedule_sections(false, policy, pressure);
+            AllocatedKernel candidate = allocate(kernel, bodies, best_budget);
+            if (cost(cycles, candidate.outline_cost) < best_cost - 1e-9)
+                best_cost = cost(cycles, candidate.outline_cost), best = std::move(candidate);
         }
     }
     return best;

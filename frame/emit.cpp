@@ -71,6 +71,7 @@ public:
         : out_(out), kernel_(kernel), allocated_(allocated), blocks_(blocks) {
         framed_main_ = allocated.main_slots + int(allocated.saved.size()) > red_zone_slots;
         saves_at_ = allocated.main_slots;
+        saved_.insert(allocated.saved.begin(), allocated.saved.end());
         plan_frame();
     }
 
@@ -91,9 +92,10 @@ public:
         line("ret");
         if (framed_main_) out_ << "    .cfi_restore_state\n";
         while (!outlined_.empty()) {
-            const auto [section, framed] = outlined_.front();
+            const auto [section, framed, saved] = outlined_.front();
             outlined_.erase(outlined_.begin());
             framed_ = framed;
+            saved_ = saved;
             // A section inside another that set the frame up begins in that frame.
             const bool inherits = framed && !framed_main_;
             if (inherits) out_ << "    .cfi_def_cfa rbp, 16\n    .cfi_offset rbp, -16\n";
@@ -115,9 +117,16 @@ private:
     bool framed_main_ = false;
     bool framed_ = false;  ///< whether the code being written has the frame
     int saves_at_ = 0;     ///< slot number of the first preserved register
+    std::set<int> saved_;  ///< preserved vector registers that the code being written has saved
     int frame_bytes_ = 0;
+    std::int64_t section_saves_at_ = 0;
     std::int64_t outline_at_ = 0, vectors_at_ = 0, stash_at_ = 0;
-    std::vector<std::pair<int, bool>> outlined_;  ///< sections still to be written, and whether they start framed
+    struct Outlined {
+        int section;
+        bool framed;          ///< whether it starts with the frame set up
+        std::set<int> saved;  ///< preserved vector registers that are saved by then
+    };
+    std::vector<Outlined> outlined_;  ///< sections still to be written
 
     void line(const std::string& text, const std::string& comment = "") {
         out_ << "    " << text;
@@ -135,7 +144,10 @@ private:
         if (framed_main_)
             bytes = align(std::int64_t(allocated_.main_slots + int(allocated_.saved.size())) * slot_bytes);
         outline_at_ = bytes;
-        bytes = align(bytes + std::int64_t(allocated_.outline_slots) * slot_bytes);
+        section_saves_at_ = bytes + std::int64_t(allocated_.outline_slots) * slot_bytes;
+        std::size_t saves = 0;
+        for (const AllocatedSection& section : allocated_.sections) saves = std::max(saves, section.saved.size());
+        bytes = align(section_saves_at_ + std::int64_t(saves) * slot_bytes);
         for (const KernelSection& section : kernel_.sections) {
             if (!section.is_rare) continue;
             vectors_at_ = bytes;
@@ -245,12 +257,12 @@ private:
             line("test " + condition + ", " + (i.immediate ? std::to_string(i.immediate) : condition));
             line("jne " + label("out", i.section));
             out_ << label("back", i.section) << ":\n";
-            outlined_.push_back({i.section, framed_});
+            outlined_.push_back({i.section, framed_, saved_});
             return;
         }
         if (!allowed(i)) fail(i.mnemonic + " is outside the allowed instructions");
         if (i.dst >= 8 && i.dst_file == File::vector && kernel_.preserved == Preserved::upper_vectors_and_pointers &&
-            std::find(allocated_.saved.begin(), allocated_.saved.end(), i.dst) == allocated_.saved.end())
+            !saved_.contains(i.dst))
             fail("ymm" + std::to_string(i.dst) + " is written and not restored");
         if (i.is_store) {
             line(i.mnemonic + " " + operand(i.target) + ", " + operand(i.sources[0]), i.comment);
@@ -302,10 +314,22 @@ private:
     void any_lane_section(int s) {
         const AllocatedSection& section = allocated_.sections[s];
         out_ << label("out", s) << ":\n";
-        const bool opens = !framed_ && (uses_frame(section.code) || uses_frame(section.restore));
+        const bool opens =
+            !framed_ && (!section.saved.empty() || uses_frame(section.code) || uses_frame(section.restore));
         if (opens) open_frame();
+        const auto save_slot = [&](std::size_t k) {
+            return size_name(256) + ("[rsp + " + std::to_string(section_saves_at_ + std::int64_t(k) * slot_bytes)) +
+                   "]";
+        };
+        for (std::size_t k = 0; k < section.saved.size(); ++k)
+            line("vmovups " + save_slot(k) + ", ymm" + std::to_string(section.saved[k]));
+        const std::set<int> saved_outside = saved_;
+        saved_.insert(section.saved.begin(), section.saved.end());
         body(section.code);
         body(section.restore);
+        saved_ = saved_outside;
+        for (std::size_t k = 0; k < section.saved.size(); ++k)
+            line("vmovups ymm" + std::to_string(section.saved[k]) + ", " + save_slot(k));
         if (opens) {
             close_frame();
             framed_ = false;

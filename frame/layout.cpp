@@ -1036,6 +1036,24 @@ private:
                            [&](int output) { return root(output) == node; });
     }
 
+    /// The nodes of a mask, in order, if a compare and little else makes it of arguments that the rare path keeps
+    /// alive: such a mask is made again inside its section, and takes no register on the way around it.
+    std::vector<int> made_of_arguments(int mask) const {
+        constexpr std::size_t little = 3;
+        std::vector<int> nodes;
+        if (!family_.has_rare) return nodes;
+        const auto collect = [&](int k, auto&& self) -> bool {
+            const Node& n = program_.nodes[k];
+            if (n.op == Op::argument || n.op == Op::constant || std::ranges::find(nodes, k) != nodes.end()) return true;
+            if (!is_bitwise(n.op) && n.op != Op::bitcast && n.op != Op::compare) return false;
+            for (int a : n.args)
+                if (a >= 0 && !self(a, self)) return false;
+            nodes.push_back(k);
+            return nodes.size() <= little;
+        };
+        return collect(mask, collect) ? nodes : std::vector<int>{};
+    }
+
     /// A register of its own for a value that is about to be replaced or pinned.
     int copied(int node, int part) {
         const int bits = whole_bits(program_.nodes[node].type);
@@ -1073,16 +1091,21 @@ private:
             return false;
         });
         if (has_rare) {
-            joins.push_back({emit("xor", 32, {}, -1, File::general), -1, new_register(32, File::general)});
+            // Where the section doesn't run, its condition is zero: the mask of no lane.
+            joins.push_back({condition, -1, new_register(32, File::general)});
             rare_lanes_[section_].push_back(joins.back().joined);
         }
-        parts(section.mask, Shape::whole);  // its whole form is wanted inside; made out here it serves both sides
+        const std::vector<int> remade = made_of_arguments(section.mask);
+        // Its whole form is wanted inside; made out here it serves both sides.
+        if (remade.empty()) parts(section.mask, Shape::whole);
 
         // The body. What it makes of outer values (halves of them, entries of tables) is not there outside.
         const std::vector<Forms> outer_forms = forms_;
         const auto outer_gathered = gathered_;
         const int outer_section = section_;
         section_ = s;
+        for (int k : remade) forms_[k] = {};
+        for (int k : remade) lay_out_node(k);
         for (int k = 0; k < int(outer_forms.size()); ++k)
             if (live_[k] && program_.nodes[k].section == s) lay_out_node(k);
         std::size_t next = 0;

@@ -132,6 +132,7 @@ std::vector<Instruction> schedule(const Kernel& kernel, const std::vector<Instru
 struct AllocatedSection {
     std::vector<Instruction> code;     ///< sources and dst are physical registers
     std::vector<Instruction> restore;  ///< out of line: puts the state back that the way back expects
+    std::vector<int> saved;  ///< preserved vector registers that this section alone writes, nested ones included
 };
 
 /// Where a value of the rare path is when the path begins.
@@ -156,9 +157,10 @@ inline constexpr int section_slots = 1000;
 struct AllocatedKernel {
     std::vector<AllocatedSection> sections;
     int main_slots = 0, outline_slots = 0;
-    std::vector<int> saved;  ///< preserved vector registers that main or any-lane code writes
+    std::vector<int> saved;  ///< preserved vector registers that the main section or a repair writes
     RarePlaces rare;
-    int cost = 0;  ///< instructions that the allocation added to the main section
+    int cost = 0;          ///< instructions that the allocation added to the main section
+    int outline_cost = 0;  ///< and to out-of-line sections
 };
 
 /// Spill slots that fit under the stack pointer without moving it.
@@ -167,15 +169,17 @@ inline constexpr int red_zone_slots = 3;
 /// Number of physical registers by file: ymm0 to ymm15; rax, rcx, rdx, r8 to r11.
 inline constexpr int vector_registers = 16, general_registers = 7;
 
-/// Gives every virtual register a physical one, `vectors` of them from ymm0 up. Values that don't fit are spilled,
-/// farthest next use first; constants and stack arguments are re-read instead.
+/// Gives every virtual register a physical one, `vectors` of them from ymm0 up in the main section and in repairs; an
+/// any-lane section has all, and saves on its own what it must. Values that don't fit are spilled, farthest next use
+/// first; constants and stack arguments are re-read instead.
 AllocatedKernel allocate(const Kernel& kernel, const std::vector<std::vector<Instruction>>& bodies, int vectors);
 
 /// Whether the kernel executes `vzeroupper` on its way out: it did 256-bit work and returns nothing in a whole
 /// register. That clears the upper halves of all registers, so in the register form ymm8 to ymm15 are saved at entry.
 bool clears_upper_halves(const Kernel& kernel);
 
-/// Schedules and allocates with several register budgets and keeps the cheapest.
+/// Schedules and allocates with several register budgets and keeps the cheapest; first for the main section, then for
+/// the others.
 AllocatedKernel compile(const Kernel& kernel);
 
 /// Writes the kernel as a function in GNU assembler text, with unwind information. Throws std::logic_error where the

@@ -270,6 +270,30 @@ TEST(Generator, SectionsForAnyLane) {
                   make_up("replaced", {d}, {d}, {}, true, 1, describe(+replaced_argument))}, 150);
 }
 
+TEST(Generator, SectionsSaveWhatTheyUse) {
+    // A crowd of values out of line, a few on the way around it, and a mask that the argument gives.
+    const MadeUp crowd = make_up("outline_crowd", {f}, {f}, {}, true, 1, describe(+[](F32 x) {
+        return if_any(!(abs(x) <= 2.0f), x * x + 1.0f, [&] {
+            rare_if(is_nan(x));
+            std::vector<F32> values{x};
+            for (int k = 0; k < 20; ++k) values.push_back(values.back() * x + float(k));
+            F32 sum = x;
+            for (const F32& v : values) sum = sum * v - values[std::size_t(3)];
+            return sum;
+        });
+    }));
+    const MadeUpLibrary library({&crowd});
+    std::mt19937_64 random(21);
+    for (const std::string& fault : compare_with_interpreter(crowd, library, 150, random)) ADD_FAILURE() << fault;
+    // The common path stays as it would be without the section: no frame, no store, no preserved register.
+    const std::string& text = library.text();
+    const std::size_t entry = text.find("outline_crowd4:"), end = text.find("\n    ret\n", entry);
+    ASSERT_NE(end, std::string::npos);
+    const std::string common = text.substr(entry, end - entry);
+    for (const char* trace : {"push", "[rsp", "mm8", "mm15"}) EXPECT_EQ(common.find(trace), std::string::npos) << common;
+    EXPECT_NE(text.find("mm15", end), std::string::npos);
+}
+
 TEST(Generator, RowsOfFourValues) {
     expect_right({make_up("lookup", {f}, {f}, {}, false, 1, describe(+[](F32 x) {
                       const I32 j = to_i32(x * 4.0f);

@@ -229,7 +229,7 @@ private:
             const Pools outer = pools;
             const bool single = below(2);
             const auto body = [&](auto before, auto pick_value) {
-                for (std::uint64_t k = below(8); k > 0; --k) step(depth + 1);
+                for (std::uint64_t k = below(below(4) == 0 ? 40 : 8); k > 0; --k) step(depth + 1);
                 if (self.rare_ && below(2)) {
                     if (single) rare_if(compare32());
                     else rare_if(compare64());
