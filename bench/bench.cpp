@@ -6,12 +6,14 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <iomanip>
 #include <iostream>
 #include <map>
+#include <span>
 #include <sstream>
 
 #include "bench/measure.hpp"
@@ -46,7 +48,7 @@ void compete(benchmark::State& state, const Family& family, int width, Mode mode
     std::vector<Rival> rivals;
     const auto add = [&](const char* name, const std::optional<Entry>& entry) {
         // Calls for one value that don't depend on each other overlap: their latencies don't add up.
-        if (entry && (mode == Mode::throughput || entry->calls == 1))
+        if (entry && (mode != Mode::latency || entry->calls == 1))
             rivals.push_back({name, Contestant(*entry, family, mode), {}});
     };
     const Shape shape = shape_of(family, width);
@@ -80,8 +82,18 @@ public:
 
 private:
     static std::string mean(const char* label, const std::vector<double>& ratios);
-    using Ticks = std::map<std::string, double>;                 // by contestant, for one call of the kernel
-    std::map<std::string, std::map<std::string, Ticks>> ticks_;  // by kernel and mode
+    static void print_cell(std::ostream& out, double value);
+    static void print_titles(std::ostream& out, std::span<const char* const> titles);
+    void print_large(std::ostream& out) const;
+    using Ticks = std::map<std::string, double>;  // by contestant, for one call of the kernel
+    using Row = std::map<std::string, Ticks>;     // by mode
+    /// Ticks of the kernel, and how many times as many another contestant takes; 0 where it wasn't measured.
+    static double own(const Row& row, const char* mode) { return row.contains(mode) ? row.at(mode).at("own") : 0; }
+    static double ratio(const Row& row, const char* mode, const char* contestant) {
+        if (!row.contains(mode) || !row.at(mode).contains(contestant)) return 0;
+        return row.at(mode).at(contestant) / own(row, mode);
+    }
+    std::map<std::string, Row> ticks_;  // by kernel
 };
 
 std::string Table::mean(const char* label, const std::vector<double>& ratios) {
@@ -94,48 +106,64 @@ std::string Table::mean(const char* label, const std::vector<double>& ratios) {
     return text;
 }
 
-void Table::print(std::ostream& out) const {
-    constexpr const char* titles[] = {"ticks/lane", "empty call", "1 ulp",    "3.5 ulp",  "libm",
-                                      "latency",    "lat. 1",     "lat. 3.5", "lat. libm"};
-    const auto cell = [&](double value) {
-        char text[32] = "-";
-        if (value != 0) std::snprintf(text, sizeof text, "%.2f", value);
-        out << "| " << std::setw(10) << text << " ";
-    };
+void Table::print_cell(std::ostream& out, double value) {
+    char text[32] = "-";
+    if (value != 0) std::snprintf(text, sizeof text, "%.2f", value);
+    out << "| " << std::setw(10) << text << " ";
+}
+
+void Table::print_titles(std::ostream& out, std::span<const char* const> titles) {
     out << "| kernel           ";
     for (const char* title : titles) out << "| " << std::setw(10) << title << " ";
     out << "|\n|:-----------------";
-    for (std::size_t k = 0; k < std::size(titles); ++k) out << "|-----------:";
+    for (std::size_t k = 0; k < titles.size(); ++k) out << "|-----------:";
     out << "|\n";
+}
+
+void Table::print(std::ostream& out) const {
+    print_titles(out, std::array{"ticks/lane", "empty call", "1 ulp", "3.5 ulp", "libm", "latency", "lat. 1",
+                                 "lat. 3.5", "lat. libm"});
     std::vector<double> standard, shorter;
     for (const Family& family : families()) {
         for (int width : widths) {
-            const auto row = ticks_.find(short_name(family, width));
-            if (row == ticks_.end()) continue;
-            const auto ratio = [&](const char* mode, const char* contestant) {
-                const auto ticks = row->second.find(mode);
-                if (ticks == row->second.end()) return 0.0;
-                const auto found = ticks->second.find(contestant);
-                return found == ticks->second.end() ? 0 : found->second / ticks->second.at("own");
-            };
-            const auto own = [&](const char* mode) {
-                return row->second.contains(mode) ? row->second.at(mode).at("own") : 0;
-            };
-            out << "| " << std::left << std::setw(16) << row->first << std::right << " ";
-            cell(own("throughput") / width);
-            for (const char* rival : {"empty", "accurate", "fast", "scalar"}) cell(ratio("throughput", rival));
-            cell(own("latency"));
-            for (const char* rival : {"accurate", "fast", "scalar"}) cell(ratio("latency", rival));
+            const auto found = ticks_.find(short_name(family, width));
+            if (found == ticks_.end()) continue;
+            const auto& [name, row] = *found;
+            out << "| " << std::left << std::setw(16) << name << std::right << " ";
+            print_cell(out, own(row, "throughput") / width);
+            for (const char* rival : {"empty", "accurate", "fast", "scalar"})
+                print_cell(out, ratio(row, "throughput", rival));
+            print_cell(out, own(row, "latency"));
+            for (const char* rival : {"accurate", "fast", "scalar"}) print_cell(out, ratio(row, "latency", rival));
             out << "|\n";
             // The narrower calls have no peer of their own width, and the shortest kernels are lost in the call.
-            if (width == 3 || width * lane_size(family.element) < 16 || ratio("throughput", "empty") > 0.5) continue;
-            const double accurate = ratio("throughput", "accurate"), fast = ratio("throughput", "fast");
+            if (width == 3 || width * lane_size(family.element) < 16 || ratio(row, "throughput", "empty") > 0.5)
+                continue;
+            const double accurate = ratio(row, "throughput", "accurate"), fast = ratio(row, "throughput", "fast");
             if (family.tier == Tier::standard && accurate != 0) standard.push_back(accurate);
             if ((family.tier == Tier::native || family.tier == Tier::half) && fast != 0) shorter.push_back(fast);
         }
     }
     out << mean("Default tiers against the entries of 1 ulp", standard)
         << mean("Shorter tiers against the entries of 3.5 ulp", shorter);
+    if (std::ranges::any_of(ticks_, [](const auto& row) { return row.second.contains("large"); })) print_large(out);
+}
+
+void Table::print_large(std::ostream& out) const {
+    out << "\nAll arguments large, from 1e15 to 1e30:\n\n";
+    print_titles(out, std::array{"ticks/lane", "slower", "1 ulp", "3.5 ulp", "libm"});
+    for (const Family& family : families()) {
+        for (int width : widths) {
+            const auto found = ticks_.find(short_name(family, width));
+            if (found == ticks_.end() || !found->second.contains("large")) continue;
+            const auto& [name, row] = *found;
+            out << "| " << std::left << std::setw(16) << name << std::right << " ";
+            print_cell(out, own(row, "large") / width);
+            print_cell(out, row.contains("throughput") ? own(row, "large") / own(row, "throughput") : 0);
+            for (const char* rival : {"accurate", "fast", "scalar"}) print_cell(out, ratio(row, "large", rival));
+            out << "|\n";
+        }
+    }
 }
 
 void write_file(const std::string& file, const std::string& text) {
@@ -168,6 +196,7 @@ one run is not to be compared with a figure of another.
   integer division and conversions, a compiled loop of the processor's own divisions and of casts.
 - latency: ticks of a call whose argument waits for the last call's result; lat.: the ratios of that to the same
   peers. Values that take the peer more than one call have none.
+- slower: how many times as long a call takes whose arguments are all large, against one whose arguments are small.
 
 The means leave out widths below 128 bits, width 3, and kernels that take less than two empty calls.
 
@@ -213,12 +242,13 @@ int run(int argc, char** argv) {
 
     for (const Family* family : built_families())
         for (int width : widths)
-            for (const auto& [mode, name] :
-                 {std::pair(Mode::throughput, "/throughput"), std::pair(Mode::latency, "/latency")})
-                benchmark::RegisterBenchmark((short_name(*family, width) + name).c_str(), [family, width, mode](
-                                                                                              benchmark::State& state) {
+            for (const auto& [mode, name] : {std::pair(Mode::throughput, "/throughput"),
+                                             std::pair(Mode::latency, "/latency"), std::pair(Mode::large, "/large")}) {
+                if (mode == Mode::large && !large_range(*family)) continue;
+                benchmark::RegisterBenchmark((short_name(*family, width) + name).c_str(), [=](benchmark::State& state) {
                     compete(state, *family, width, mode);
                 })->MinTime(0.03);
+            }
     Table table;
     if (benchmark::RunSpecifiedBenchmarks(&table, filter) == 0) return 1;
     table.print(std::cout);

@@ -28,11 +28,12 @@ std::uint64_t ticks() {
     return now;
 }
 
-void fill(std::byte* record, const Shape& shape, const Family& family, int lanes, std::mt19937& random) {
+void fill(std::byte* record, const Shape& shape, const Family& family, int lanes, Mode mode, std::mt19937& random) {
     std::size_t part = 0;
     for (std::size_t k = 0; k < family.arguments.size(); ++k) {
         const Lane lane = family.arguments[k];
-        const auto [low, high] = input_range(family, static_cast<int>(k));
+        const auto [low, high] =
+            mode == Mode::large ? large_range(family).value() : input_range(family, static_cast<int>(k));
         std::byte* at = record + shape.arguments[part].offset;
         const int bytes = physical_lanes(lanes) * lane_size(lane);
         for (int offset = 0; offset < bytes; offset += lane_size(lane)) {
@@ -58,7 +59,7 @@ const void* empty_call() { return reinterpret_cast<const void*>(tuvo_empty_call)
 Contestant::Contestant(Entry entry, const Family& family, Mode mode) : entry_(std::move(entry)), loop_(nullptr) {
     const Shape& shape = entry_.shape;
     for (const NamedLoops* loops = tuvo_loops; loops->key; ++loops)
-        if (loops->key == shape.key()) loop_ = loops->by_mode[static_cast<int>(mode)];
+        if (loops->key == shape.key()) loop_ = loops->by_mode[mode == Mode::latency];
     if (!loop_) throw std::logic_error("no loop for calls of the shape " + shape.key());
 
     calls_ = cached_bytes / static_cast<std::size_t>(shape.input_bytes + shape.output_bytes);
@@ -70,7 +71,7 @@ Contestant::Contestant(Entry entry, const Family& family, Mode mode) : entry_(st
     output_ = input_ + (input_bytes + 63) / 64 * 64;
     std::mt19937 random(1);
     for (std::size_t call = 0; call < calls_; ++call)
-        fill(input_ + call * static_cast<std::size_t>(shape.input_bytes), shape, family, entry_.lanes, random);
+        fill(input_ + call * static_cast<std::size_t>(shape.input_bytes), shape, family, entry_.lanes, mode, random);
 
     run();
     const double once = run() / entry_.calls * static_cast<double>(calls_);

@@ -13,6 +13,7 @@ namespace tuvo {
 enum class Mode : std::uint8_t {
     throughput,  ///< independent calls, from array to array in the first-level cache
     latency,     ///< each call's arguments wait for the last call's results
+    large,       ///< throughput for arguments of the large range
 };
 
 /// A function that returns at once, for the cost of a call and of the loop around it.

@@ -115,4 +115,10 @@ Range input_range(const Family& family, int argument) {
     return {0.1, 10};
 }
 
+std::optional<Range> large_range(const Family& family) {
+    for (std::string_view operation : {"sin", "cos", "tan", "sincos", "sincosreg"})
+        if (family.operation == operation) return Range{1e15, 1e30};
+    return std::nullopt;
+}
+
 }  // namespace tuvo

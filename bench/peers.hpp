@@ -38,5 +38,7 @@ struct Range {
     double low, high;
 };
 Range input_range(const Family& family, int argument);
+/// A second range, for a family whose kernels reduce arguments of that size out of line; nothing for others.
+std::optional<Range> large_range(const Family& family);
 
 }  // namespace tuvo

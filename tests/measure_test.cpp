@@ -41,15 +41,21 @@ TEST(Measure, LoopsCallTheKernelWithItsArguments) {
             const Shape shape = shape_of(*family, width);
             if (family->outputs().size() != 1) continue;
             const void* kernel = find_kernel(*family, width);
-            Contestant contestant({"", kernel, shape, width, 1}, *family, Mode::throughput);
-            EXPECT_GT(contestant.run(), 0);
-            for (std::size_t k = 0; k < contestant.calls(); k += contestant.calls() / 3) {
-                const auto arguments = arguments_at(contestant.input(k), shape, *family, width);
-                std::vector<std::uint64_t> got = lanes_at(contestant.output(k), 0, family->results[0], width);
-                std::vector<std::uint64_t> expected = call(kernel, *family, width, arguments).outputs[0];
-                got.resize(static_cast<std::size_t>(width));
-                expected.resize(static_cast<std::size_t>(width));
-                EXPECT_EQ(got, expected) << short_name(*family, width) << " call " << k;
+            for (const Mode mode : {Mode::throughput, Mode::large}) {
+                if (mode == Mode::large && !large_range(*family)) continue;
+                Contestant contestant({"", kernel, shape, width, 1}, *family, mode);
+                EXPECT_GT(contestant.run(), 0);
+                for (std::size_t k = 0; k < contestant.calls(); k += contestant.calls() / 3) {
+                    const auto arguments = arguments_at(contestant.input(k), shape, *family, width);
+                    if (mode == Mode::large) {
+                        EXPECT_GE(Real::from_pattern(family->arguments[0], arguments[0][0]), Real(1e15));
+                    }
+                    std::vector<std::uint64_t> got = lanes_at(contestant.output(k), 0, family->results[0], width);
+                    std::vector<std::uint64_t> expected = call(kernel, *family, width, arguments).outputs[0];
+                    got.resize(static_cast<std::size_t>(width));
+                    expected.resize(static_cast<std::size_t>(width));
+                    EXPECT_EQ(got, expected) << short_name(*family, width) << " call " << k;
+                }
             }
             EXPECT_GT(Contestant({"", kernel, shape, width, 1}, *family, Mode::latency).run(), 0);
         }
