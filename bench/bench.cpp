@@ -85,6 +85,10 @@ private:
     static void print_cell(std::ostream& out, double value);
     static void print_titles(std::ostream& out, std::span<const char* const> titles);
     void print_large(std::ostream& out) const;
+    /// Whether anything was measured in that mode.
+    bool has(const char* mode) const {
+        return std::ranges::any_of(ticks_, [&](const auto& row) { return row.second.contains(mode); });
+    }
     using Ticks = std::map<std::string, double>;  // by contestant, for one call of the kernel
     using Row = std::map<std::string, Ticks>;     // by mode
     /// Ticks of the kernel, and how many times as many another contestant takes; 0 where it wasn't measured.
@@ -121,8 +125,10 @@ void Table::print_titles(std::ostream& out, std::span<const char* const> titles)
 }
 
 void Table::print(std::ostream& out) const {
-    print_titles(out, std::array{"ticks/lane", "empty call", "1 ulp", "3.5 ulp", "libm", "latency", "lat. 1",
-                                 "lat. 3.5", "lat. libm"});
+    constexpr std::array titles{"ticks/lane", "empty call", "1 ulp",    "3.5 ulp",  "libm",
+                                "latency",    "lat. 1",     "lat. 3.5", "lat. libm"};
+    const bool latency = has("latency");
+    print_titles(out, std::span(titles).first(latency ? titles.size() : 5));
     std::vector<double> standard, shorter;
     for (const Family& family : families()) {
         for (int width : widths) {
@@ -133,8 +139,10 @@ void Table::print(std::ostream& out) const {
             print_cell(out, own(row, "throughput") / width);
             for (const char* rival : {"empty", "accurate", "fast", "scalar"})
                 print_cell(out, ratio(row, "throughput", rival));
-            print_cell(out, own(row, "latency"));
-            for (const char* rival : {"accurate", "fast", "scalar"}) print_cell(out, ratio(row, "latency", rival));
+            if (latency) {
+                print_cell(out, own(row, "latency"));
+                for (const char* rival : {"accurate", "fast", "scalar"}) print_cell(out, ratio(row, "latency", rival));
+            }
             out << "|\n";
             // The narrower calls have no peer of their own width, and the shortest kernels are lost in the call.
             if (width == 3 || width * lane_size(family.element) < 16 || ratio(row, "throughput", "empty") > 0.5)
@@ -146,7 +154,7 @@ void Table::print(std::ostream& out) const {
     }
     out << mean("Default tiers against the entries of 1 ulp", standard)
         << mean("Shorter tiers against the entries of 3.5 ulp", shorter);
-    if (std::ranges::any_of(ticks_, [](const auto& row) { return row.second.contains("large"); })) print_large(out);
+    if (has("large")) print_large(out);
 }
 
 void Table::print_large(std::ostream& out) const {
@@ -177,7 +185,8 @@ std::string document(const Table& table) {
     std::ostringstream out;
     out << R"(# Performance
 
-Written by `tuvo-bench --markdown`; run `./run bench` for the figures of another machine.
+Written by `tuvo-bench --markdown`, with the filter `(4|8|16)(_[a-z]+)?/(throughput|large)`; run `./run bench` for all
+widths, for latencies, and for the figures of another machine.
 
 ## Beside peers
 
@@ -202,11 +211,12 @@ The means leave out widths below 128 bits, width 3, and kernels that take less t
 
 )";
     table.print(out);
+    const std::string model = model_table();
     out << "\n## On the model of the first processors with AVX\n\n"
-           "The text of the common paths on llvm-mca's model: the same figures on every machine. A test holds the "
-           "kernels to\n"
-           "them; `./run bench --model` renews them after a deliberate change.\n\n```\n"
-        << model_table() << "```\n";
+           "The text of the common paths on llvm-mca's model: the same figures on every machine, in `bench/model.txt`. "
+           "A "
+           "test\nholds the kernels to them; `./run bench --model` renews them after a deliberate change.\n"
+        << model.substr(model.rfind('#') + 1);
     return out.str();
 }
 
