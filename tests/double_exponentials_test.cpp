@@ -12,6 +12,7 @@
 #include "tests/call.hpp"
 #include "tests/library.hpp"
 #include "tests/oracle.hpp"
+#include "tests/rare_call.hpp"
 #include "tests/recorder.hpp"
 
 extern "C" {
@@ -64,33 +65,12 @@ TEST(DoubleExponentialTables, HeadsLessOneAreExact) {
     }
 }
 
-using Routine = RareStatus (*)(const double*, double*);
+using Routine = UnaryRoutine<double>;
+using Outcome = RareOutcome<double>;
 
 constexpr std::uint64_t infinity = 0x7ff0000000000000, quiet = 0x0008000000000000, sign = 0x8000000000000000;
-constexpr unsigned all_but_inexact =
-    _MM_EXCEPT_INVALID | _MM_EXCEPT_DIV_ZERO | _MM_EXCEPT_OVERFLOW | _MM_EXCEPT_UNDERFLOW;
 
-struct Outcome {
-    std::uint64_t pattern;
-    RareStatus status;
-    unsigned flags;
-
-    bool operator==(const Outcome&) const = default;
-    friend void PrintTo(const Outcome& outcome, std::ostream* out) {
-        *out << std::hex << outcome.pattern << ", status " << static_cast<int>(outcome.status) << ", flags "
-             << outcome.flags;
-    }
-};
-
-Outcome call(Routine routine, double x) {
-    double result = 42;
-    const unsigned saved = _mm_getcsr();
-    _mm_setcsr(saved & ~_MM_EXCEPT_MASK);
-    const RareStatus status = routine(&x, &result);
-    const unsigned flags = _mm_getcsr() & all_but_inexact;
-    _mm_setcsr(saved);
-    return {bits(result), status, flags};
-}
+Outcome call(Routine routine, double x) { return call(routine, bits(x)); }
 
 constexpr auto ordinary = RareStatus::ordinary, overflow = RareStatus::overflow, underflow = RareStatus::underflow;
 

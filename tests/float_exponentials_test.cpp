@@ -11,6 +11,7 @@
 #include "frame/rare.hpp"
 #include "tests/call.hpp"
 #include "tests/oracle.hpp"
+#include "tests/rare_call.hpp"
 #include "tests/recorder.hpp"
 
 extern "C" {
@@ -70,34 +71,10 @@ TEST(ExponentialTables, HeadsLessOneAreExact) {
     }
 }
 
-using Routine = RareStatus (*)(const float*, float*);
+using Routine = UnaryRoutine<float>;
+using Outcome = RareOutcome<float>;
 
-constexpr unsigned all_but_inexact =
-    _MM_EXCEPT_INVALID | _MM_EXCEPT_DIV_ZERO | _MM_EXCEPT_OVERFLOW | _MM_EXCEPT_UNDERFLOW;
 constexpr std::uint32_t infinity = 0x7f800000, sign = 0x80000000, quiet = 0x00400000, minus_one = 0xbf800000;
-
-struct Outcome {
-    std::uint32_t pattern;
-    RareStatus status;
-    unsigned flags;
-
-    bool operator==(const Outcome&) const = default;
-    friend void PrintTo(const Outcome& outcome, std::ostream* out) {
-        *out << std::hex << outcome.pattern << ", status " << static_cast<int>(outcome.status) << ", flags "
-             << outcome.flags;
-    }
-};
-
-Outcome call(Routine routine, std::uint32_t x) {
-    const float argument = f32(x);
-    float result = 42.0f;
-    const unsigned saved = _mm_getcsr();
-    _mm_setcsr(saved & ~_MM_EXCEPT_MASK);
-    const RareStatus status = routine(&argument, &result);
-    const unsigned flags = _mm_getcsr() & all_but_inexact;
-    _mm_setcsr(saved);
-    return {bits(result), status, flags};
-}
 
 TEST(FloatExponentialsRare, InfinitiesAndNan) {
     for (Routine routine : {expf_rare, exp2f_rare, exp10f_rare, expm1f_rare}) {

@@ -17,6 +17,10 @@ namespace tuvo {
 
 inline void PrintTo(RareStatus status, std::ostream* out) { *out << "status " << static_cast<int>(status); }
 
+/// The exception flags that tell what a result is.
+inline constexpr unsigned all_but_inexact =
+    _MM_EXCEPT_INVALID | _MM_EXCEPT_DIV_ZERO | _MM_EXCEPT_OVERFLOW | _MM_EXCEPT_UNDERFLOW;
+
 template <class T>
 using UnaryRoutine = RareStatus (*)(const T*, T*);
 template <class T>
@@ -26,7 +30,13 @@ template <class T>
 struct RareOutcome {
     PatternOf<T> pattern;
     RareStatus status;
-    unsigned flags;  ///< of invalid, divide-by-zero, overflow and underflow
+    unsigned flags;  ///< `all_but_inexact` of them
+
+    bool operator==(const RareOutcome&) const = default;
+    friend void PrintTo(const RareOutcome& outcome, std::ostream* out) {
+        *out << std::hex << outcome.pattern << ", status " << static_cast<int>(outcome.status) << ", flags "
+             << outcome.flags;
+    }
 };
 
 template <class T>
@@ -36,8 +46,7 @@ RareOutcome<T> call(UnaryRoutine<T> routine, std::type_identity_t<PatternOf<T>> 
     const unsigned saved = _mm_getcsr();
     _mm_setcsr(saved & ~_MM_EXCEPT_MASK);
     const RareStatus status = routine(&argument, &result);
-    const unsigned flags =
-        _mm_getcsr() & (_MM_EXCEPT_INVALID | _MM_EXCEPT_DIV_ZERO | _MM_EXCEPT_OVERFLOW | _MM_EXCEPT_UNDERFLOW);
+    const unsigned flags = _mm_getcsr() & all_but_inexact;
     _mm_setcsr(saved);
     return {bits(result), status, flags};
 }
