@@ -77,34 +77,36 @@ I32 to_uint(Value<T> x, RoundTo word, bool saturates) {
 F64 to_double(F32 x) { return to_f64(x); }
 F64 to_double(F64 x) { return x; }
 
-/// An integral value below 2^64 in magnitude, modulo 2^64. The sum with 1.5 2^84 is rounded to a multiple of 2^32 and
-/// has it, counted in 2^32, in its low word; what that leaves over goes to the low bits of a sum with 1.5 2^52. All
-/// but the first sum is exact, and whichever way that one is rounded, the two parts make up the value. The first
-/// constant is lowered by the head of the second, counted in 2^32, which thereby drops out of the integer sum.
-I64 to_two_words(F64 r) {
-    const F64 upper = f64(0x4537ffffbcc80000),
-              lower = f64(0x4338000000000000);  // 2.90142148271297e+25, 6755399441055744
-    const F64 high = (r + upper).as("high");
-    const F64 low = ((r - (high - upper)) + lower).as("low");
+/// An integral value below 2^64 in magnitude, modulo 2^64. A sum with 1.5 2^84 is rounded to a multiple of 2^32 and has
+/// it, counted in 2^32, in its low word; any value near r serves for that, so that x need not wait for its rounding.
+/// What that leaves over of r, plus 1.5 2^52, has it in its low bits. Everything but the first sum is exact, and
+/// whichever way that one is rounded, the two make up r. So that the pattern of 1.5 2^52, 0x43380000 in its high word,
+/// drops out of their sum, the first constant is lower by 0x43380000 2^32.
+I64 to_two_words(F64 x, F64 r) {
+    const F64 shifter = f64(0x4537ffffbcc80000);      // 2.90142148271297e+25
+    const F64 and_low_one = f64(0x4537ffffbce00000);  // 2.90142148338851e+25, the shifter plus 1.5 2^52
+    const F64 high = (x + shifter).as("high");
+    const F64 low = (r - (high - and_low_one)).as("low");
     return (bits(high) << 32) + bits(low);
 }
 
 template <Type T>
 I64 to_long(Value<T> x, RoundTo word, bool saturates) {
     const F64 r = to_double(round(x, word)).as("r");
+    const I64 value = to_two_words(to_double(x), r);
     const I64 lowest = i64(0x8000000000000000);
     const M64 fits = abs(r) < f64(0x43e0000000000000);  // 2^63
-    if (!saturates) return select(fits, to_two_words(r), lowest);
+    if (!saturates) return select(fits, value, lowest);
     const I64 limit = select(as_mask(bits(r)), lowest, i64(0x7fffffffffffffff)).as("limit");
-    return where(!is_nan(r), select(fits, to_two_words(r), limit));
+    return where(!is_nan(r), select(fits, value, limit));
 }
 
 template <Type T>
 I64 to_ulong(Value<T> x, RoundTo word, bool saturates) {
     const F64 r = to_double(round(x, word)).as("r");
     const F64 end = f64(0x43f0000000000000);  // 2^64
-    if (!saturates) return select(abs(r) < end, to_two_words(abs(r)), i64(0x8000000000000000));
-    return where(r >= 0.0, to_two_words(r) | bits(!(r < end)));
+    if (!saturates) return select(abs(r) < end, to_two_words(abs(to_double(x)), abs(r)), i64(0x8000000000000000));
+    return where(r >= 0.0, to_two_words(to_double(x), r) | bits(!(r < end)));
 }
 
 /// Halves and where they round to, the last odd and even values, and the ends of the targets' ranges.
