@@ -108,9 +108,15 @@ F32 tangent(F32 x, const std::uint32_t (&half_pi)[N], F32 (*quotient)(F32, F32),
 F32 tangent_default(F32 x) { return tangent(x, half_pi_default, true_quotient, large_default); }
 F32 tangent_short(F32 x) { return tangent(x, half_pi_short, short_quotient, large_short); }
 
+constexpr std::uint32_t quarter_pi = 0x3f490fdb;  // 0.78539819, where the quotient begins to be odd
+
 const Describe families[] = {
-    {{"tanf"}, describe(tangent_default), {}},
-    {{"tanf_half", "tanf_rm", "tanf_native"}, describe(tangent_short), {}},
+    {{"tanf"}, describe(tangent_default), {.ulp = 3.944, .worst = {0x45ec763b}, .thresholds = {quarter_pi, tan_limit}}},
+    // The short tiers divide by an approximate reciprocal and subtract pi/2 in three parts. So near multiples of pi/2,
+    // where little remains, they lose what the fourth part would bring.
+    {{"tanf_half", "tanf_rm", "tanf_native"},
+     describe(tangent_short),
+     {.ulp = 923.5, .worst = {0x45d1d93c}, .thresholds = {quarter_pi, tan_limit}}},
 };
 
 }  // namespace
