@@ -8,7 +8,7 @@
 #include <optional>
 
 #include "client/arguments.hpp"
-#include "client/demo.hpp"
+#include "client/demos/demo.hpp"
 #include "client/failure.hpp"
 #include "client/program.hpp"
 

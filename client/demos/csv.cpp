@@ -1,4 +1,4 @@
-#include "client/csv.hpp"
+#include "client/demos/csv.hpp"
 
 #include <algorithm>
 #include <cerrno>

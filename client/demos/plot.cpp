@@ -1,4 +1,4 @@
-#include "client/plot.hpp"
+#include "client/demos/plot.hpp"
 
 #include <algorithm>
 #include <array>

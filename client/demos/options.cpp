@@ -2,10 +2,10 @@
 #include <cmath>
 #include <cstdio>
 
-#include "client/compare.hpp"
-#include "client/csv.hpp"
-#include "client/demo.hpp"
-#include "client/launch.hpp"
+#include "client/demos/compare.hpp"
+#include "client/demos/csv.hpp"
+#include "client/demos/demo.hpp"
+#include "client/demos/launch.hpp"
 
 namespace tuvo::client {
 namespace {

@@ -1,4 +1,4 @@
-#include "client/png.hpp"
+#include "client/demos/png.hpp"
 
 #include <filesystem>
 

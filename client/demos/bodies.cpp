@@ -4,10 +4,10 @@
 #include <cstdio>
 #include <numeric>
 
-#include "client/compare.hpp"
-#include "client/demo.hpp"
-#include "client/launch.hpp"
-#include "client/png.hpp"
+#include "client/demos/compare.hpp"
+#include "client/demos/demo.hpp"
+#include "client/demos/launch.hpp"
+#include "client/demos/png.hpp"
 
 namespace tuvo::client {
 namespace {

@@ -6,11 +6,11 @@
 #include <vector>
 
 #include "client/arguments.hpp"
-#include "client/compare.hpp"
-#include "client/demo.hpp"
+#include "client/demos/compare.hpp"
+#include "client/demos/demo.hpp"
 #include "client/failure.hpp"
-#include "client/launch.hpp"
-#include "client/plot.hpp"
+#include "client/demos/launch.hpp"
+#include "client/demos/plot.hpp"
 
 namespace tuvo::client {
 namespace {

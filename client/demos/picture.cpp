@@ -3,10 +3,10 @@
 #include <complex>
 #include <cstdio>
 
-#include "client/compare.hpp"
-#include "client/demo.hpp"
-#include "client/launch.hpp"
-#include "client/png.hpp"
+#include "client/demos/compare.hpp"
+#include "client/demos/demo.hpp"
+#include "client/demos/launch.hpp"
+#include "client/demos/png.hpp"
 
 namespace tuvo::client {
 namespace {

@@ -1,4 +1,4 @@
-#include "client/compare.hpp"
+#include "client/demos/compare.hpp"
 
 #include <algorithm>
 #include <chrono>

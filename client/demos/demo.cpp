@@ -1,4 +1,4 @@
-#include "client/demo.hpp"
+#include "client/demos/demo.hpp"
 
 #include <algorithm>
 #include <cstdio>

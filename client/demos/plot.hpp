@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "client/png.hpp"
+#include "client/demos/png.hpp"
 
 namespace tuvo::client {
 
