@@ -5,7 +5,7 @@
 #include <limits>
 #include <string_view>
 
-#include "frame/operations.hpp"
+#include "frame/description/operations.hpp"
 
 namespace tuvo {
 namespace {

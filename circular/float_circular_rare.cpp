@@ -1,6 +1,6 @@
 // Rare routines of the float circular functions. The kernels finish every finite argument themselves, however large;
 // only infinities and NaN come here.
-#include "frame/rare.hpp"
+#include "frame/description/rare.hpp"
 
 namespace tuvo {
 namespace {

@@ -4,7 +4,7 @@
 
 #include <array>
 
-#include "frame/notation.hpp"
+#include "frame/description/notation.hpp"
 
 namespace tuvo {
 

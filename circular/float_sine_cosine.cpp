@@ -8,7 +8,7 @@
 
 #include "circular/float_reduction.hpp"
 #include "circular/float_turn_tables.hpp"
-#include "frame/families.hpp"
+#include "frame/description/families.hpp"
 
 namespace tuvo {
 namespace {

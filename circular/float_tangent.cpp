@@ -5,7 +5,7 @@
 // the tangent's expansion around 128 points, with the pole as a reciprocal of its own.
 #include "circular/float_reduction.hpp"
 #include "circular/float_turn_tables.hpp"
-#include "frame/families.hpp"
+#include "frame/description/families.hpp"
 
 namespace tuvo {
 namespace {

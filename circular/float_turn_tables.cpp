@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "frame/real.hpp"
+#include "frame/description/real.hpp"
 
 namespace tuvo {
 namespace {

@@ -1,7 +1,7 @@
 // What the conversions share.
 #pragma once
 
-#include "frame/notation.hpp"
+#include "frame/description/notation.hpp"
 
 namespace tuvo {
 

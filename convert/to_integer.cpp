@@ -5,7 +5,7 @@
 #include <string>
 
 #include "convert/conversions.hpp"
-#include "frame/families.hpp"
+#include "frame/description/families.hpp"
 
 namespace tuvo {
 namespace {

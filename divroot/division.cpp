@@ -3,7 +3,7 @@
 // Default tiers, and all of div in double, are the processor's correctly rounded divide. The short float tiers are its
 // 12-bit reciprocal as it comes, with no refinement. inv_native, in double, corrects the same estimate once, to some 35
 // bits, and has no rare lanes: where the exponent of the reciprocal leaves the range, it wraps.
-#include "frame/families.hpp"
+#include "frame/description/families.hpp"
 
 namespace tuvo {
 namespace {

@@ -1,6 +1,6 @@
 // Rare routines of the quotients and reciprocals: the divide itself yields every special value, so that there is
 // nothing to branch on.
-#include "frame/rare.hpp"
+#include "frame/description/rare.hpp"
 
 namespace tuvo {
 namespace {

@@ -1,7 +1,7 @@
 // The fused multiply-add a b + c, which these processors don't have: fma.
 //
 // Every lane goes to the rare routine, which is exact. The kernel's own value, rounded twice, is always replaced.
-#include "frame/families.hpp"
+#include "frame/description/families.hpp"
 
 namespace tuvo {
 namespace {

@@ -11,7 +11,7 @@
 // bits can cancel: that takes exponents that differ by two at most.
 //
 // Since this is the only way through the kernels, it has no branches but those that real numbers seldom take.
-#include "frame/rare.hpp"
+#include "frame/description/rare.hpp"
 
 namespace tuvo {
 namespace {

@@ -3,7 +3,7 @@
 // The sum of squares is formed as it stands, without a scale, and its root taken from the processor's 12-bit reciprocal
 // square root by a refinement. A test of the sum hands all lanes whose squares come near an end of the exponent range
 // to the rare routine.
-#include "frame/families.hpp"
+#include "frame/description/families.hpp"
 
 namespace tuvo {
 namespace {

@@ -4,7 +4,7 @@
 // Largest errors seen: hypotf_rare 0.5000 ulp; hypot_rare 0.883 where both heads count, whose squares are exact and
 // their sum is not, and 0.5001 elsewhere.
 #include "divroot/root_steps.hpp"
-#include "frame/rare.hpp"
+#include "frame/description/rare.hpp"
 
 #pragma GCC visibility push(hidden)
 extern "C" {

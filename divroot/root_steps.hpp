@@ -1,7 +1,7 @@
 // Steps that the roots' rare routines share.
 #pragma once
 
-#include "frame/rare.hpp"
+#include "frame/description/rare.hpp"
 
 namespace tuvo {
 

@@ -1,6 +1,6 @@
 #include "divroot/root_tables.hpp"
 
-#include "frame/real.hpp"
+#include "frame/description/real.hpp"
 
 namespace tuvo {
 namespace {

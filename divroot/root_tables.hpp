@@ -1,7 +1,7 @@
 // Tables of the roots' rare routines, computed by their rules.
 #pragma once
 
-#include "frame/registry.hpp"
+#include "frame/description/tables.hpp"
 
 namespace tuvo {
 

@@ -4,7 +4,7 @@
 // square root of a float, and refines it not at all or by a polynomial in the residual e = 1 - y^2 x:
 //     1 / sqrt(x) = y (1 - e)^(-1/2) = y (1 + e/2 + 3/8 e^2 + 5/16 e^3 + ...).
 // Without a fused multiply-add, e is kept good by an estimate with so few bits that its square is exact.
-#include "frame/families.hpp"
+#include "frame/description/families.hpp"
 
 namespace tuvo {
 namespace {

@@ -7,7 +7,7 @@
 // Largest errors, over all positive floats: sqrtf_rare is correctly rounded, rsqrtf_rare has 0.5000 ulp. Over
 // stratified doubles, rsqrt_rare has 0.5001 ulp.
 #include "divroot/root_steps.hpp"
-#include "frame/rare.hpp"
+#include "frame/description/rare.hpp"
 
 #pragma GCC visibility push(hidden)
 extern "C" {

@@ -12,7 +12,7 @@
 // Without a fused multiply-add, the rest stays accurate by a step in two parts: the head has trailing zero bits enough
 // for its product with any n to be exact. The native tiers make do with one part.
 #include "explog/double_exponential_tables.hpp"
-#include "frame/families.hpp"
+#include "frame/description/families.hpp"
 
 namespace tuvo {
 namespace {

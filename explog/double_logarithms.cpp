@@ -6,7 +6,7 @@
 // The processor's narrow reciprocal tells R, so that processors differ where 1024 / m is close to a half. Either R will
 // do: whatever it is, s is the residual that belongs to it, and log(1024 / R) comes from a table of all 513.
 #include "explog/double_logarithm_tables.hpp"
-#include "frame/families.hpp"
+#include "frame/description/families.hpp"
 
 namespace tuvo {
 namespace {

@@ -5,7 +5,7 @@
 // where T is 2^(j / 64) from a table, and g what b^w adds and T lacks of the power.
 #pragma once
 
-#include "frame/rare.hpp"
+#include "frame/description/rare.hpp"
 
 #pragma GCC visibility push(hidden)
 extern "C" {

@@ -1,7 +1,7 @@
 // Tables of the exponentials: powers of two at fractions of a binade, computed by their rules.
 #pragma once
 
-#include "frame/registry.hpp"
+#include "frame/description/tables.hpp"
 
 namespace tuvo {
 

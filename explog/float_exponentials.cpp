@@ -8,7 +8,7 @@
 // n is found by a shifter: added to a number, it rounds it to an integer, which stands in the low bits of the sum's
 // pattern. From there it is shifted to the exponent field, and all above it falls off.
 #include "explog/exponential_tables.hpp"
-#include "frame/families.hpp"
+#include "frame/description/families.hpp"
 
 namespace tuvo {
 namespace {

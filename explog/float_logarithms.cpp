@@ -4,7 +4,7 @@
 // both sides of 1 and log x near 1 suffers no cancellation between e ln 2 and ln y. ln(1 + r) is a minimax polynomial.
 // Without a fused multiply-add, e ln 2 is kept exact by a ln 2 in two parts, the head with trailing zero bits.
 #include "explog/float_logarithm_tables.hpp"
-#include "frame/families.hpp"
+#include "frame/description/families.hpp"
 
 namespace tuvo {
 namespace {

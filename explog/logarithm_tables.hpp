@@ -1,8 +1,8 @@
 // Tables that rare routines of float and double logarithms have in common.
 #pragma once
 
-#include "frame/real.hpp"
-#include "frame/registry.hpp"
+#include "frame/description/real.hpp"
+#include "frame/description/tables.hpp"
 
 namespace tuvo {
 

@@ -5,7 +5,7 @@
 // m is cut in two, and its head has few bits, so that little or nothing is lost where head and reciprocal cancel.
 #pragma once
 
-#include "frame/rare.hpp"
+#include "frame/description/rare.hpp"
 
 namespace tuvo {
 

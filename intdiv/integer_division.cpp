@@ -1,7 +1,7 @@
 // Division of 32-bit integers in double precision, whose 53 bits hold a quotient exactly; the processor has no vector
 // integer division. Nothing traps: by a zero divisor the quotient is 0x80000000 (signed) or 0 (unsigned) and the
 // remainder the dividend; -2^31 divided by -1 gives 0x80000000 and the remainder 0.
-#include "frame/families.hpp"
+#include "frame/description/families.hpp"
 
 namespace tuvo {
 namespace {

@@ -2,7 +2,7 @@
 //
 // The vector path does it by integer and logical steps that are right for normal numbers; a rare test sends the others
 // to the rare routine, as each operation needs.
-#include "frame/families.hpp"
+#include "frame/description/families.hpp"
 #include "intpart/fields.hpp"
 
 namespace tuvo {

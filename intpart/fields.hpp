@@ -2,7 +2,7 @@
 // that holds sign, exponent field and the fraction's first bits. A float is that word; of a double it is the high one.
 #pragma once
 
-#include "frame/notation.hpp"
+#include "frame/description/notation.hpp"
 
 namespace tuvo {
 

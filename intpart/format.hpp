@@ -1,7 +1,7 @@
 // Bits of the floating-point formats, for the rare routines of this folder.
 #pragma once
 
-#include "frame/rare.hpp"
+#include "frame/description/rare.hpp"
 
 namespace tuvo {
 

@@ -3,7 +3,7 @@
 // x - q y, with q the quotient rounded to an integer. Its products are exact without a fused multiply-add: y is split
 // in two by a mask, and exponents that lie so close that q has few bits leave room for them. Other lanes, and those
 // with an extreme y, take the rare routine.
-#include "frame/families.hpp"
+#include "frame/description/families.hpp"
 #include "intpart/fields.hpp"
 
 namespace tuvo {

@@ -1,5 +1,5 @@
 // Rounding to integral values: ceil, floor, trunc, rint, nearbyint are one instruction each; round has no instruction.
-#include "frame/families.hpp"
+#include "frame/description/families.hpp"
 #include "intpart/fields.hpp"
 
 namespace tuvo {

@@ -1,5 +1,5 @@
 // Choosing between two values, and bits of them: fabs, copysign, nan, fdim, fmax, fmin, maxmag, minmag.
-#include "frame/families.hpp"
+#include "frame/description/families.hpp"
 
 namespace tuvo {
 namespace {

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "frame/families.hpp"
+#include "frame/description/families.hpp"
 
 namespace tuvo {
 

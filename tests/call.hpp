@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "frame/operations.hpp"
+#include "frame/description/operations.hpp"
 
 namespace tuvo {
 

@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "frame/families.hpp"
+#include "frame/description/families.hpp"
 #include "tests/call.hpp"
 #include "tests/exact.hpp"
 #include "tests/inputs.hpp"

@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "divroot/root_tables.hpp"
-#include "frame/real.hpp"
+#include "frame/description/real.hpp"
 #include "tests/call.hpp"
 #include "tests/inputs.hpp"
 #include "tests/library.hpp"

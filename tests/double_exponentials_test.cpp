@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "frame/rare.hpp"
+#include "frame/description/rare.hpp"
 #include "tests/call.hpp"
 #include "tests/library.hpp"
 #include "tests/oracle.hpp"

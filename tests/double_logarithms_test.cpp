@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "frame/families.hpp"
+#include "frame/description/families.hpp"
 #include "tests/accuracy.hpp"
 #include "tests/oracle.hpp"
 

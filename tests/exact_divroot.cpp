@@ -2,7 +2,7 @@
 
 #include <bit>
 
-#include "frame/real.hpp"
+#include "frame/description/real.hpp"
 
 namespace tuvo {
 namespace {

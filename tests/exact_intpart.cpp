@@ -9,7 +9,7 @@
 #include <type_traits>
 #include <utility>
 
-#include "frame/real.hpp"
+#include "frame/description/real.hpp"
 
 namespace tuvo {
 namespace {

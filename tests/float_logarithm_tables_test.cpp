@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "frame/real.hpp"
+#include "frame/description/real.hpp"
 
 namespace tuvo {
 namespace {

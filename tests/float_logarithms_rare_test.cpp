@@ -9,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include "frame/registry.hpp"
+#include "frame/description/tables.hpp"
 #include "tests/oracle.hpp"
 
 extern "C" {

@@ -4,7 +4,7 @@
 
 #include <sstream>
 
-#include "frame/machine.hpp"
+#include "frame/generator/kernel.hpp"
 #include "tests/made_up.hpp"
 
 namespace tuvo {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "frame/families.hpp"
+#include "frame/description/families.hpp"
 #include "tests/oracle.hpp"
 
 namespace tuvo {

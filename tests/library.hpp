@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "frame/operations.hpp"
+#include "frame/description/operations.hpp"
 
 namespace tuvo {
 

@@ -8,7 +8,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "frame/machine.hpp"
+#include "frame/generator/kernel.hpp"
 #include "tests/call.hpp"
 
 namespace tuvo {

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "frame/notation.hpp"
+#include "frame/description/notation.hpp"
 
 namespace tuvo {
 

@@ -12,7 +12,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "frame/families.hpp"
+#include "frame/description/families.hpp"
 #include "tests/elf_file.hpp"
 
 namespace tuvo {

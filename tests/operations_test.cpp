@@ -1,4 +1,4 @@
-#include "frame/operations.hpp"
+#include "frame/description/operations.hpp"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "frame/manifest.hpp"
+#include "frame/object/manifest.hpp"
 
 namespace tuvo {
 namespace {

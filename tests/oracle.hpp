@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
-#include "frame/operations.hpp"
-#include "frame/real.hpp"
+#include "frame/description/operations.hpp"
+#include "frame/description/real.hpp"
 
 namespace tuvo {
 

@@ -11,7 +11,7 @@
 
 #include <gtest/gtest.h>
 
-#include "frame/rare.hpp"
+#include "frame/description/rare.hpp"
 
 namespace tuvo {
 

@@ -1,7 +1,7 @@
 // The rare routines that the library holds, to be called by themselves.
 #pragma once
 
-#include "frame/operations.hpp"
+#include "frame/description/operations.hpp"
 
 namespace tuvo {
 

@@ -7,7 +7,7 @@
 #include <functional>
 #include <string_view>
 
-#include "frame/operations.hpp"
+#include "frame/description/operations.hpp"
 
 namespace tuvo {
 

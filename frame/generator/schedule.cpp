@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <array>
 
-#include "frame/machine.hpp"
+#include "frame/generator/kernel.hpp"
 
 namespace tuvo {
 namespace {

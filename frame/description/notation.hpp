@@ -14,7 +14,7 @@
 #include <type_traits>
 #include <utility>
 
-#include "frame/program.hpp"
+#include "frame/description/program.hpp"
 
 namespace tuvo {
 

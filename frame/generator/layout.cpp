@@ -8,7 +8,7 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "frame/machine.hpp"
+#include "frame/generator/kernel.hpp"
 
 namespace tuvo {
 namespace {

@@ -1,4 +1,4 @@
-#include "frame/tables.hpp"
+#include "frame/object/rare_tables.hpp"
 
 #include <bit>
 #include <charconv>

@@ -1,7 +1,4 @@
-// What family groups hand to the generator: descriptions, raw tables and accuracy bounds.
-//
-// A group's source file registers its families at the bottom, through objects of the classes below. The generator, the
-// tests and the reports walk the registry; nobody keeps a list of families by hand, and `frame/` knows none by name.
+// Raw tables, and the registry of those that rare routines read.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "frame/operations.hpp"
+#include "frame/description/operations.hpp"
 
 namespace tuvo {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "frame/program.hpp"
+#include "frame/description/program.hpp"
 
 namespace tuvo {
 

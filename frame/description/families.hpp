@@ -6,7 +6,7 @@
 #include <initializer_list>
 #include <vector>
 
-#include "frame/notation.hpp"
+#include "frame/description/notation.hpp"
 
 namespace tuvo {
 

@@ -13,7 +13,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "frame/machine.hpp"
+#include "frame/generator/kernel.hpp"
 
 namespace tuvo {
 namespace {

@@ -1,10 +1,10 @@
-#include "frame/program.hpp"
+#include "frame/description/program.hpp"
 
 #include <algorithm>
 #include <limits>
 #include <stdexcept>
 
-#include "frame/notation.hpp"
+#include "frame/description/notation.hpp"
 
 namespace tuvo {
 namespace {

@@ -1,4 +1,4 @@
-#include "frame/blocks.hpp"
+#include "frame/generator/blocks.hpp"
 
 #include <cstdio>
 #include <map>

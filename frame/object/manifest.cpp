@@ -1,4 +1,4 @@
-#include "frame/manifest.hpp"
+#include "frame/object/manifest.hpp"
 
 #include <string>
 

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "frame/operations.hpp"
-#include "frame/registry.hpp"
+#include "frame/description/operations.hpp"
+#include "frame/description/tables.hpp"
 
 namespace tuvo {
 

@@ -5,7 +5,7 @@
 #include <map>
 #include <string>
 
-#include "frame/registry.hpp"
+#include "frame/description/tables.hpp"
 
 namespace tuvo {
 

@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "frame/blocks.hpp"
-#include "frame/program.hpp"
+#include "frame/generator/blocks.hpp"
+#include "frame/description/program.hpp"
 
 namespace tuvo {
 

@@ -8,7 +8,7 @@
 #include <limits>
 #include <stdexcept>
 
-#include "frame/machine.hpp"
+#include "frame/generator/kernel.hpp"
 
 namespace tuvo {
 namespace {

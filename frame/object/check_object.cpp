@@ -10,7 +10,7 @@
 #include <string>
 #include <unordered_map>
 
-#include "frame/operations.hpp"
+#include "frame/description/operations.hpp"
 
 namespace {
 

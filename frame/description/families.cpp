@@ -1,4 +1,4 @@
-#include "frame/families.hpp"
+#include "frame/description/families.hpp"
 
 #include <algorithm>
 #include <cstdlib>

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "frame/program.hpp"
+#include "frame/description/program.hpp"
 
 namespace tuvo {
 namespace {

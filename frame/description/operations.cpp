@@ -1,4 +1,4 @@
-#include "frame/operations.hpp"
+#include "frame/description/operations.hpp"
 
 #include <algorithm>
 #include <bit>

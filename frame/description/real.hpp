@@ -6,7 +6,7 @@
 
 #include <mpfr.h>
 
-#include "frame/operations.hpp"
+#include "frame/description/operations.hpp"
 
 namespace tuvo {
 

@@ -1,4 +1,4 @@
-#include "frame/registry.hpp"
+#include "frame/description/tables.hpp"
 
 #include <stdexcept>
 

@@ -1,4 +1,4 @@
-#include "frame/real.hpp"
+#include "frame/description/real.hpp"
 
 #include <bit>
 #include <stdexcept>

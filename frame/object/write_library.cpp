@@ -9,10 +9,10 @@
 #include <set>
 #include <sstream>
 
-#include "frame/families.hpp"
-#include "frame/machine.hpp"
-#include "frame/manifest.hpp"
-#include "frame/tables.hpp"
+#include "frame/description/families.hpp"
+#include "frame/generator/kernel.hpp"
+#include "frame/object/manifest.hpp"
+#include "frame/object/rare_tables.hpp"
 
 namespace {
 

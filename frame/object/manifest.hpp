@@ -4,7 +4,7 @@
 #include <ostream>
 #include <vector>
 
-#include "frame/operations.hpp"
+#include "frame/description/operations.hpp"
 
 namespace tuvo {
 
