@@ -29,6 +29,12 @@ Real clamp_to(const Format& format, const Real& x) {
 
 Real inverse(const Real& x) { return 1 / x; }
 Real inverse_root(const Real& x) { return 1 / sqrt(x); }
+Real cube_root(const Real& x) {
+    Real result;
+    mpfr_cbrt(result.mpfr(), x.mpfr(), MPFR_RNDN);
+    return result;
+}
+Real inverse_cube_root(const Real& x) { return 1 / cube_root(x); }
 
 struct UnaryOracle {
     std::string_view operation;
@@ -51,6 +57,8 @@ constexpr UnaryOracle unary_oracles[] = {
     {"inv", inverse, [](double x) { return 1 / x; }},
     {"sqrt", sqrt, std::sqrt},
     {"rsqrt", inverse_root, [](double x) { return 1 / std::sqrt(x); }},
+    {"cbrt", cube_root, std::cbrt},
+    {"rcbrt", inverse_cube_root, [](double x) { return 1 / std::cbrt(x); }},
 };
 
 const UnaryOracle* find_unary(std::string_view operation) {
