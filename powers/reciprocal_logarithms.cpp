@@ -1,6 +1,6 @@
 #include "powers/reciprocal_logarithms.hpp"
 
-#include "frame/real.hpp"
+#include "frame/description/real.hpp"
 
 namespace tuvo {
 

@@ -1,7 +1,7 @@
 // Natural logarithms of the reciprocals that a narrow estimate is rounded to.
 #pragma once
 
-#include "frame/registry.hpp"
+#include "frame/description/tables.hpp"
 
 namespace tuvo {
 

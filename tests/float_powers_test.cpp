@@ -1,7 +1,7 @@
 // The float powers: their tables, the rare routines called directly, and what the kernels do at the edges.
 #include <gtest/gtest.h>
 
-#include "frame/real.hpp"
+#include "frame/description/real.hpp"
 #include "powers/reciprocal_logarithms.hpp"
 
 namespace tuvo {
