@@ -10,7 +10,7 @@
 #include "tests/call.hpp"
 #include "tests/inputs.hpp"
 #include "tests/library.hpp"
-#include "tests/rare_routines.hpp"
+#include "tests/rare_outcome.hpp"
 
 namespace tuvo {
 namespace {
@@ -49,26 +49,6 @@ TEST(RootTables, FollowTheirRules) {
             EXPECT_LE((entry * entry).significant_bits(), 53) << i;
         }
     }
-}
-
-struct Outcome {
-    std::uint64_t pattern;
-    int status;
-    unsigned flags;
-};
-
-Outcome call_rare(const Family& family, const Patterns& arguments) {
-    const RareRoutine routine = find_rare_routine(family);
-    const unsigned saved = _mm_getcsr();
-    _mm_setcsr(0x1f80);
-    Outcome outcome{};
-    void* const out = &outcome.pattern;
-    outcome.status = arguments.size() == 1 ? routine(&arguments[0], out, nullptr, nullptr)
-                                           : routine(&arguments[0], &arguments[1], out, nullptr);
-    outcome.flags =
-        _mm_getcsr() & (_MM_EXCEPT_INVALID | _MM_EXCEPT_DIV_ZERO | _MM_EXCEPT_OVERFLOW | _MM_EXCEPT_UNDERFLOW);
-    _mm_setcsr(saved);
-    return outcome;
 }
 
 std::uint64_t pattern_of(Lane lane, float x) {
@@ -131,13 +111,13 @@ TEST(DivisionRootsRare, SpecialValues) {
             SCOPED_TRACE(family.rare_routine + testing::PrintToString(c.arguments));
             Patterns arguments;
             for (float x : c.arguments) arguments.push_back(pattern_of(family.element, x));
-            const Outcome got = call_rare(family, arguments);
+            const RareResult got = call_rare(family, arguments);
             EXPECT_EQ(got.pattern, pattern_of(family.element, c.result)) << std::hex << got.pattern;
             EXPECT_EQ(got.status, c.status);
             EXPECT_EQ(got.flags, c.flags);
         }
     }
-    const Outcome too_large = call_rare(*find_family("hypot"), {0x7fefffffffffffff, 0x7fefffffffffffff});
+    const RareResult too_large = call_rare(*find_family("hypot"), {0x7fefffffffffffff, 0x7fefffffffffffff});
     EXPECT_EQ(too_large.pattern, 0x7ff0000000000000);
     EXPECT_EQ(too_large.flags, unsigned{_MM_EXCEPT_OVERFLOW});
 }
@@ -162,7 +142,7 @@ TEST(DivisionRootsRare, Accuracy) {
             const Patterns arguments = family.arguments.size() == 1 ? Patterns{x} : Patterns{x, y};
             const Real exact = oracle(family.operation, arguments, lane).value();
             if (!exact.is_finite()) continue;
-            const Outcome got = call_rare(family, arguments);
+            const RareResult got = call_rare(family, arguments);
             EXPECT_EQ(got.status, 0) << name << " " << hex(arguments);
             largest = std::max(largest, ulp_error(lane, got.pattern, exact));
         }
