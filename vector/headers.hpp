@@ -1,0 +1,18 @@
+// Headers for C and C++, and an include file for Fortran.
+#pragma once
+
+#include <ostream>
+#include <vector>
+
+#include "vector/functions.hpp"
+
+namespace tuvo {
+
+/// tuvo/simd.h: the functions of <math.h> again, with the attribute that lets a compiler call their vector variants.
+void write_simd_header(std::ostream& out, const std::vector<CFunction>& functions);
+/// The same for Fortran's intrinsic functions.
+void write_fortran_include(std::ostream& out, const std::vector<CFunction>& functions);
+/// tuvo/kernels.h: prototypes of the kernels themselves that C can express.
+void write_kernels_header(std::ostream& out, const std::vector<const Family*>& families);
+
+}  // namespace tuvo
