@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "frame/families.hpp"
+#include "frame/description/families.hpp"
 
 namespace tuvo {
 

@@ -58,6 +58,12 @@ constexpr const char* simd_end = R"(
 #endif
 )";
 
+/// Whether the processor has an instruction for it, which a compiler puts in the call's place and vectorises by itself.
+bool is_instruction(const Family& family) {
+    constexpr std::string_view operations[] = {"ceil", "copysign", "fabs", "floor", "nearbyint", "rint", "sqrt", "trunc"};
+    return std::ranges::find(operations, family.operation) != std::end(operations);
+}
+
 /// Declarations of functions that store through pointers, each pointer named by a clause: it moves on from lane to lane.
 void write_storing_function(std::ostream& out, const CFunction& function) {
     std::string prototype = c_prototype(function), clauses;
@@ -73,7 +79,7 @@ void write_storing_function(std::ostream& out, const CFunction& function) {
 void write_functions(std::ostream& out, const std::vector<CFunction>& functions, Declared declared) {
     std::ostringstream storing;
     for (const CFunction& function : functions) {
-        if (function.declared != declared) continue;
+        if (function.declared != declared || is_instruction(*function.family)) continue;
         if (function.pure())
             out << "extern " << c_prototype(function) << " TUVO_NOTHROW TUVO_SIMD;\n";
         else
@@ -112,8 +118,9 @@ bool in_general_register(Lane lane, int width) { return width == 1 && !is_floati
 /// "f32x4", "i64x16".
 std::string lanes_name(Lane lane, int lanes) {
     const bool is_unsigned = lane == Lane::u32 || lane == Lane::u64;
-    return std::string(is_floating(lane) ? "f" : is_unsigned ? "u" : "i") + std::to_string(8 * lane_size(lane)) + "x" +
-           std::to_string(lanes);
+    std::string name(1, is_floating(lane) ? 'f' : is_unsigned ? 'u' : 'i');
+    name.append(std::to_string(8 * lane_size(lane))).append("x").append(std::to_string(lanes));
+    return name;
 }
 
 /// The types that a header declares on its way.
@@ -185,8 +192,19 @@ void write_fortran_include(std::ostream& out, const std::vector<CFunction>& func
     out << "! For loops over Fortran's intrinsic functions: include this file where declarations stand, and compile with\n"
            "! gfortran -O3 -mavx, or a later set of instructions. The names are those of C's functions behind them.\n";
     for (const CFunction& function : functions)
-        if (function.declared == Declared::c99 && function.pure())
+        if (function.declared == Declared::c99 && function.pure() && !is_instruction(*function.family))
             out << "!GCC$ builtin (" << function.name << ") attributes simd (notinbranch)\n";
+}
+
+void write_loops(std::ostream& out, const std::vector<CFunction>& functions) {
+    for (const CFunction& function : functions) {
+        const Family& family = *function.family;
+        const bool one_type = family.results[0] == family.element && family.arguments.back() == family.element;
+        if (function.declared == Declared::c23 || !function.pure() || is_instruction(family)) continue;
+        if (!one_type || family.arguments.size() > 2) continue;
+        out << (family.arguments.size() == 1 ? "LOOP(" : "LOOP_OF_TWO(") << c_type(family.element) << ", " << function.name
+            << ", " << family.operation << "l)\n";
+    }
 }
 
 void write_kernels_header(std::ostream& out, const std::vector<const Family*>& families) {

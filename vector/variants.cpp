@@ -107,9 +107,11 @@ void write_variant(std::ostream& out, const Variant& variant) {
 std::string Variant::symbol() const {
     const Family& family = *function->family;
     std::string parameters(family.arguments.size(), 'v');
-    if (function->stores_result) parameters += "l" + std::to_string(lane_size(family.results[0]));
-    if (family.out) parameters += "l" + std::to_string(lane_size(*family.out));
-    return std::string("_ZGV") + set.letter + "N" + std::to_string(lanes) + parameters + "_" + function->name;
+    if (function->stores_result) parameters.append("l").append(std::to_string(lane_size(family.results[0])));
+    if (family.out) parameters.append("l").append(std::to_string(lane_size(*family.out)));
+    std::string name = "_ZGV";
+    name.append(1, set.letter).append("N").append(std::to_string(lanes)).append(parameters).append("_").append(function->name);
+    return name;
 }
 
 std::vector<Variant> variants_of(const std::vector<CFunction>& functions) {

@@ -36,6 +36,7 @@ int main(int argc, char** argv) {
         write_file(directory / "variants.s", [&](std::ostream& out) { write_variants(out, variants_of(functions)); });
         write_file(directory / "tuvo/simd.h", [&](std::ostream& out) { write_simd_header(out, functions); });
         write_file(directory / "tuvo/simd.f90", [&](std::ostream& out) { write_fortran_include(out, functions); });
+        write_file(directory / "loops.inc", [&](std::ostream& out) { write_loops(out, functions); });
         write_file(directory / "tuvo/kernels.h", [&](std::ostream& out) { write_kernels_header(out, built); });
     } catch (const std::exception& error) {
         std::cerr << "tuvo-write-vector: " << error.what() << "\n";
