@@ -16,6 +16,7 @@
 #include "tests/call.hpp"
 #include "tests/library.hpp"
 #include "tests/oracle.hpp"
+#include "tests/rare_routines.hpp"
 
 namespace tuvo {
 namespace {
@@ -39,8 +40,8 @@ Patterns patterns_of(Lane lane, const Patterns& thresholds, int per_exponent) {
 }
 
 /// Arguments for all lanes of a family, by argument.
-std::vector<Patterns> arguments_of(const Family& family, const Patterns& thresholds, int per_exponent) {
-    constexpr std::size_t pairs = 200000;
+std::vector<Patterns> arguments_of(const Family& family, const Patterns& thresholds, int per_exponent,
+                                   std::size_t pairs = 200000) {
     std::vector<Patterns> drawn;
     for (Lane lane : family.arguments)
         drawn.push_back(patterns_of(lane, drawn.empty() ? thresholds : Patterns{}, per_exponent));
@@ -63,20 +64,23 @@ std::vector<Patterns> arguments_of(const Family& family, const Patterns& thresho
 class Domain {
 public:
     explicit Domain(const DescribedFamily& described) : lanes_(described.family->arguments) {
-        if (const Patterns& domain = described.accuracy.domain; !domain.empty())
-            low_ = domain.at(0), high_ = domain.at(1);
+        const Patterns& domain = described.accuracy.domain;
+        for (std::size_t a = 0; a < lanes_.size() && !domain.empty(); ++a) {
+            const std::size_t k = domain.size() == 2 ? 0 : 2 * a;
+            limits_.emplace_back(domain.at(k), domain.at(k + 1));
+        }
     }
     bool contains(std::span<const std::uint64_t> arguments) const {
-        for (std::size_t a = 0; a < arguments.size(); ++a) {
+        for (std::size_t a = 0; a < limits_.size(); ++a) {
             const std::uint64_t magnitude = arguments[a] & ((std::uint64_t{1} << (8 * lane_size(lanes_[a]) - 1)) - 1);
-            if (magnitude < low_ || magnitude > high_) return false;
+            if (magnitude < limits_[a].first || magnitude > limits_[a].second) return false;
         }
         return true;
     }
 
 private:
     const std::vector<Lane>& lanes_;
-    std::uint64_t low_ = 0, high_ = ~std::uint64_t{0};
+    std::vector<std::pair<std::uint64_t, std::uint64_t>> limits_;  ///< none if there are no limits
 };
 
 CallResult run_kernel(const Family& family, const std::vector<Patterns>& arguments) {
@@ -144,6 +148,76 @@ double error_of(const Family& family, std::span<const std::uint64_t> arguments, 
     return largest;
 }
 
+namespace {
+
+/// Keeps the lane with the largest error.
+class Worst {
+public:
+    explicit Worst(const DescribedFamily& described) : family_(*described.family), domain_(described) {
+        const bool exact = exact_outputs(family_, Patterns(family_.arguments.size())).has_value();
+        if (!exact && is_unary_float(family_) && FloatErrorScan::knows(family_.operation))
+            scan_.emplace(family_.operation);
+    }
+
+    bool concerns(std::span<const std::uint64_t> lane) const { return domain_.contains(lane); }
+    /// Returns the error, 0 outside the family's domain.
+    double add(const Patterns& lane, const Patterns& got, StandIn stand_in = StandIn::none) {
+        if (!domain_.contains(lane)) return 0;
+        ++measured_.inputs;
+        const double error = scan_ ? scan_->add(static_cast<std::uint32_t>(lane[0]), static_cast<std::uint32_t>(got[0]))
+                                   : error_of(family_, lane, got);
+        // The scan confirms an error that looks the largest.
+        const double confirmed = scan_ ? scan_->max_error() : error;
+        if (confirmed > measured_.ulp) {
+            measured_.ulp = confirmed;
+            measured_.worst = lane;
+            measured_.got = got;
+            measured_.stand_in = stand_in;
+        }
+        return error;
+    }
+    const Measured& measured() const { return measured_; }
+
+private:
+    const Family& family_;
+    Domain domain_;
+    std::optional<FloatErrorScan> scan_;
+    Measured measured_;
+};
+
+Patterns lane_of(const std::vector<Patterns>& lanes, std::size_t k) {
+    Patterns lane;
+    for (const Patterns& values : lanes) lane.push_back(values[k]);
+    return lane;
+}
+
+/// A neighbour of the lane: one argument a little or far away in its significand, or in another binade.
+Patterns changed(const Family& family, Patterns lane, RandomBits& random) {
+    const std::size_t a = random() % lane.size();
+    const int bits = 8 * lane_size(family.arguments[a]);
+    const int fraction_bits = bits == 32 ? 23 : 52;
+    const std::uint64_t distance = (random() & ((std::uint64_t{1} << fraction_bits) - 1)) >> random() % fraction_bits;
+    std::uint64_t& pattern = lane[a];
+    switch (random() % 8) {
+    case 0: pattern ^= std::uint64_t{1} << random() % fraction_bits; break;
+    case 1: pattern += (random() % 5 - 2) << fraction_bits; break;
+    default: pattern += random() & 1 ? distance : -distance; break;
+    }
+    pattern &= ~std::uint64_t{0} >> (64 - bits);
+    return lane;
+}
+
+}  // namespace
+
+ByDescription::ByDescription(const DescribedFamily& described, StandIn stand_in)
+    : family_(*described.family), program_(record_family(described)), estimates_(estimates_of(stand_in)) {}
+
+std::vector<std::uint64_t> ByDescription::operator()(std::span<const std::uint64_t> arguments) const {
+    LaneResult result = interpret(program_, arguments, false, false, estimates_);
+    if (result.rare) run_rare_routine(family_, arguments, result.outputs);
+    return result.outputs;
+}
+
 Measured measure(const DescribedFamily& described) {
     const Family& family = *described.family;
     std::vector<Patterns> arguments =
@@ -151,36 +225,64 @@ Measured measure(const DescribedFamily& described) {
     for (std::size_t a = 0; a < described.accuracy.worst.size(); ++a)
         arguments[a].push_back(described.accuracy.worst[a]);
     const CallResult result = run_kernel(family, arguments);
+    Worst worst(described);
+    for (std::size_t k = 0; k < arguments[0].size(); ++k) worst.add(lane_of(arguments, k), lane_of(result.outputs, k));
+    return worst.measured();
+}
 
-    const Domain domain(described);
-    Measured measured;
-    const bool exact = exact_outputs(family, Patterns(arguments.size())).has_value();
-    if (!exact && is_unary_float(family) && FloatErrorScan::knows(family.operation)) {
-        FloatErrorScan scan(family.operation);
+Measured measure_stand_ins(const DescribedFamily& described, int per_exponent) {
+    const std::vector<Patterns> arguments =
+        arguments_of(*described.family, described.accuracy.thresholds, per_exponent, 0);
+    Worst worst(described);
+    for (StandIn stand_in : stand_ins) {
+        const ByDescription results(described, stand_in);
         for (std::size_t k = 0; k < arguments[0].size(); ++k) {
-            if (!domain.contains({&arguments[0][k], 1})) continue;
-            scan.add(static_cast<std::uint32_t>(arguments[0][k]), static_cast<std::uint32_t>(result.outputs[0][k]));
-            ++measured.inputs;
-        }
-        measured.ulp = scan.max_error();
-        measured.worst = {scan.worst_input()};
-        measured.got = {scan.worst_got()};
-        return measured;
-    }
-    for (std::size_t k = 0; k < arguments[0].size(); ++k) {
-        Patterns lane, got;
-        for (const Patterns& argument : arguments) lane.push_back(argument[k]);
-        if (!domain.contains(lane)) continue;
-        ++measured.inputs;
-        for (const Patterns& output : result.outputs) got.push_back(output[k]);
-        const double error = error_of(family, lane, got);
-        if (error > measured.ulp) {
-            measured.ulp = error;
-            measured.worst = lane;
-            measured.got = got;
+            const Patterns lane = lane_of(arguments, k);
+            worst.add(lane, results(lane), stand_in);
         }
     }
-    return measured;
+    return worst.measured();
+}
+
+Measured search(const DescribedFamily& described, const std::function<void(const Measured&)>& progress) {
+    constexpr std::size_t summits = 40;
+    constexpr int attempts = 6000;
+    const Family& family = *described.family;
+    std::vector<StandIn> tried{StandIn::none};
+    if (depends_on_processor(described)) tried.assign(stand_ins.begin(), stand_ins.end());
+    const std::vector<Patterns> arguments =
+        arguments_of(family, described.accuracy.thresholds, family.arguments[0] == Lane::f64 ? 8 : 64, 40000);
+    Worst worst(described);
+    RandomBits random(4);
+    for (StandIn stand_in : tried) {
+        const ByDescription results(described, stand_in);
+        std::vector<std::pair<double, Patterns>> starts;
+        const auto keep_best = [&] {
+            const std::size_t count = std::min(summits, starts.size());
+            std::ranges::partial_sort(starts, starts.begin() + static_cast<std::ptrdiff_t>(count), std::greater<>(),
+                                      &std::pair<double, Patterns>::first);
+            starts.resize(count);
+        };
+        const auto start = [&](const Patterns& lane) {
+            starts.emplace_back(worst.add(lane, results(lane), stand_in), lane);
+            if (starts.size() == 100 * summits) keep_best();
+        };
+        if (described.accuracy.worst.size() == family.arguments.size()) start(described.accuracy.worst);
+        for (std::size_t k = 0; k < arguments[0].size(); ++k) start(lane_of(arguments, k));
+        if (is_unary_float(family))  // all significands of two binades
+            for (std::uint32_t x = 0x3f800000; x < 0x40800000; x += 5) start({x});
+        keep_best();
+        progress(worst.measured());
+        for (auto& [error, lane] : starts) {
+            for (int k = 0; k < attempts; ++k) {
+                Patterns next = changed(family, lane, random);
+                const double found = worst.add(next, results(next), stand_in);
+                if (found >= error) error = found, lane = std::move(next);
+            }
+        }
+        progress(worst.measured());
+    }
+    return worst.measured();
 }
 
 Exhaustive measure_all(const DescribedFamily& described, const std::function<void(double)>& progress) {
@@ -269,18 +371,28 @@ std::string plot(const Exhaustive& errors) {
     return out.str();
 }
 
-std::uint64_t hash_of(const Family& family) {
-    const CallResult result = run_kernel(family, arguments_of(family, {}, 16));
+std::uint64_t hash_of(const DescribedFamily& described) {
+    const Family& family = *described.family;
+    const bool by_description = depends_on_processor(described);
+    const std::vector<Patterns> arguments = arguments_of(family, {}, 16, by_description ? 20000 : 200000);
     // Every step is one to one in the hash, so that a single changed result can't be undone by later ones.
     std::uint64_t hash = 0xcbf29ce484222325;
     const auto add = [&](std::uint64_t pattern) { hash = std::rotl((hash ^ pattern) * 0x100000001b3, 23); };
-    for (const Patterns& output : result.outputs)
-        for (std::uint64_t pattern : output) add(pattern);
+    if (by_description) {
+        const ByDescription results(described, StandIn::exact);
+        const auto add_lane = [&](const Patterns& lane) { std::ranges::for_each(results(lane), add); };
+        for (std::size_t k = 0; k < arguments[0].size(); ++k) add_lane(lane_of(arguments, k));
+        if (is_unary_float(family))
+            for (std::uint32_t x = 0x3f000000; x < 0x40000000; x += 149) add_lane({x});
+        return hash;
+    }
+    const CallResult result = run_kernel(family, arguments);
+    for (const Patterns& output : result.outputs) std::ranges::for_each(output, add);
     // The last bit of a high coefficient shows in one result of a million.
     if (is_unary_float(family)) {
         const EightFloats kernel(family);
         for (std::uint32_t x = 0x3f000000; x < 0x40000000; x += 8)  // from 0.5 to 2
-            for (std::uint32_t pattern : kernel(x)) add(pattern);
+            std::ranges::for_each(kernel(x), add);
     }
     return hash;
 }
@@ -295,12 +407,11 @@ std::string hash_file() {
     std::ostringstream out;
     out << "# Hashes of each family's results over a fixed set of arguments, so that any changed bit is deliberate.\n"
            "# Written by `tuvo-accuracy --hashes`. Families that start from the processor's approximate reciprocal or\n"
-           "# reciprocal root are left out: its bits differ between processors, and theirs do with it.\n";
+           "# reciprocal root, whose bits differ between processors, are hashed by their descriptions with exact ones.\n";
     for (const DescribedFamily& described : described_families()) {
-        if (depends_on_processor(described)) continue;
         char line[100];
         std::snprintf(line, sizeof line, "%-24s %016llx\n", described.family->name().c_str(),
-                      static_cast<unsigned long long>(hash_of(*described.family)));
+                      static_cast<unsigned long long>(hash_of(described)));
         out << line;
     }
     return out.str();

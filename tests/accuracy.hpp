@@ -21,16 +21,34 @@ std::vector<std::uint64_t> outputs_of(const Family& family, std::span<const std:
 /// infinity. Throws std::invalid_argument for a family without an oracle.
 double error_of(const Family& family, std::span<const std::uint64_t> arguments, std::span<const std::uint64_t> got);
 
+/// A family's lanes by the interpreter and the rare routine, with a stand-in for the processor's estimates.
+class ByDescription {
+public:
+    ByDescription(const DescribedFamily& described, StandIn stand_in);
+    std::vector<std::uint64_t> operator()(std::span<const std::uint64_t> arguments) const;
+
+private:
+    const Family& family_;
+    Program program_;
+    Estimates estimates_;
+};
+
 struct Measured {
     double ulp = 0;                      ///< largest error
     std::vector<std::uint64_t> worst{};  ///< the arguments that gave it; empty without any error
     std::vector<std::uint64_t> got{};    ///< the outputs there
     std::uint64_t inputs = 0;            ///< how many were tried
+    StandIn stand_in = StandIn::none;    ///< the one that gave it
 };
 
 /// Runs the kernel of width 16 over stratified arguments, dense around the thresholds of the accuracy line, and over
 /// the line's own worst case. Throws std::runtime_error where a call breaks its contract.
 Measured measure(const DescribedFamily& described);
+/// The same with the interpreter and every stand-in, over fewer arguments: `per_exponent` random ones of each exponent.
+Measured measure_stand_ins(const DescribedFamily& described, int per_exponent);
+/// A search for the largest error over all stand-ins, or of a family without estimates by the processor: from the worst
+/// of stratified arguments it climbs by small changes. `progress` is told what was found, ever more.
+Measured search(const DescribedFamily& described, const std::function<void(const Measured&)>& progress);
 
 /// Errors of a unary float family over all 2^32 arguments.
 struct Exhaustive {
@@ -48,8 +66,9 @@ Exhaustive measure_all(const DescribedFamily& described, const std::function<voi
 std::string plot(const Exhaustive& errors);
 
 /// A hash of the kernels' results over a fixed set of arguments, special ones included; over all from 0.5 to 2 for a
-/// family of one float.
-std::uint64_t hash_of(const Family& family);
+/// family of one float. Families that start from estimates are hashed by the interpreter, with exact ones, and over
+/// fewer arguments.
+std::uint64_t hash_of(const DescribedFamily& described);
 /// Whether results depend on the processor: the family uses its approximate reciprocals, whose bits differ by maker.
 bool depends_on_processor(const DescribedFamily& described);
 /// The file of hashes as it should be.

@@ -1,6 +1,8 @@
 // Holds every family to its accuracy line, in both directions, and to the bits of its results.
 #include "tests/accuracy.hpp"
 
+#include <bit>
+#include <cmath>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -23,16 +25,63 @@ TEST_P(AccuracyLine, IsTheLargestErrorAndIsReached) {
     const Measured measured = measure(described);
     EXPECT_GT(measured.inputs, 10000u);
     EXPECT_LE(measured.ulp, line.ulp) << "at " << hex(measured.worst);
+    // The line speaks of every processor: its worst case is that of a stand-in for the estimates.
+    const bool estimates = depends_on_processor(described);
+    EXPECT_EQ(line.stand_in != StandIn::none, estimates && line.ulp != 0);
+    if (estimates) {
+        const Measured any = measure_stand_ins(described, 1);
+        EXPECT_LE(any.ulp, line.ulp) << "at " << hex(any.worst) << " with the stand-in " << name_of(any.stand_in);
+    }
     if (line.ulp == 0) {
         EXPECT_TRUE(line.worst.empty());
     } else {
         ASSERT_EQ(line.worst.size(), family.arguments.size());
-        // The line is rounded up at its third or fourth digit. Another processor's reciprocal may miss the worst case.
-        const double reached = error_of(family, line.worst, outputs_of(family, line.worst));
-        EXPECT_GE(reached, line.ulp * (depends_on_processor(described) ? 0.9 : 0.999)) << "at " << hex(line.worst);
+        const auto got = estimates ? ByDescription(described, line.stand_in)(line.worst) : outputs_of(family, line.worst);
+        // The line is rounded up at its third or fourth digit.
+        EXPECT_GE(error_of(family, line.worst, got), line.ulp * 0.999) << "at " << hex(line.worst);
     }
     const double limit = full_profile_limit(family);
     EXPECT_EQ(limit >= 0 && line.ulp > limit, line.beyond_profile) << "the full profile allows " << limit;
+}
+
+// The stand-ins reach both ends of what is allowed, and don't leave it; special results are the processor's.
+TEST(Estimates, AreAllowedOnes) {
+    const auto deviations = [](StandIn stand_in, auto member, auto exact) {
+        const auto estimate = estimates_of(stand_in).*member;
+        double least = 1, most = -1;
+        for (std::uint32_t x = 0x3f800000; x < 0x40800000; x += 1009) {
+            const double v = std::bit_cast<float>(x);
+            const double deviation = estimate(static_cast<float>(v)) / exact(v) - 1;
+            least = std::min(least, deviation), most = std::max(most, deviation);
+        }
+        return std::pair(least, most);
+    };
+    const auto expect_all = [&](auto member, auto exact) {
+        for (StandIn stand_in : stand_ins) {
+            SCOPED_TRACE(name_of(stand_in));
+            const auto [least, most] = deviations(stand_in, member, exact);
+            const bool low = stand_in == StandIn::low || stand_in == StandIn::alternating;
+            const bool high = stand_in == StandIn::high || stand_in == StandIn::alternating;
+            EXPECT_NEAR(least, low ? -estimate_bound : high ? estimate_bound : 0, 0x1p-23);
+            EXPECT_NEAR(most, high ? estimate_bound : low ? -estimate_bound : 0, 0x1p-23);
+            EXPECT_LE(std::max(-least, most), estimate_bound * (1 + 0x1p-40));
+        }
+    };
+    expect_all(&Estimates::reciprocal, [](double x) { return 1 / x; });
+    expect_all(&Estimates::reciprocal_sqrt, [](double x) { return 1 / std::sqrt(x); });
+
+    const auto expect_processors = [](const Description& estimate, std::initializer_list<std::uint64_t> arguments) {
+        const Program program = record_program("estimate", 0, {Type::f32}, estimate.body);
+        for (std::uint64_t x : arguments)
+            for (StandIn stand_in : stand_ins)
+                EXPECT_EQ(interpret(program, {&x, 1}, false, false, estimates_of(stand_in)).outputs,
+                          interpret(program, {&x, 1}).outputs)
+                    << hex({x});
+    };
+    expect_processors(describe(+[](F32 x) { return reciprocal_approximation(x); }),
+                      {0, 0x80000000, 0x7f800000, 0xff800000, 0x7f800001, 0xff912345, 0x7f7fffff, 0xff7fffff});
+    expect_processors(describe(+[](F32 x) { return reciprocal_sqrt_approximation(x); }),
+                      {0, 0x80000000, 0x7f800000, 0xff800000, 0x7f800001, 0xff912345, 0xc0000000});
 }
 
 std::vector<std::string> described_names() {

@@ -15,10 +15,12 @@ using namespace tuvo;
 
 constexpr const char* usage = R"(usage: tuvo-accuracy [--filter REGEX] [--markdown FILE]
        tuvo-accuracy --exhaustive FAMILY [--plot FILE]
+       tuvo-accuracy --search REGEX
        tuvo-accuracy --hashes [FILE]
 
 Without options: each family's largest error over stratified arguments, as a table; --markdown writes the document.
 --exhaustive runs all 2^32 arguments of a family of one float and shows the errors by exponent, or writes them to FILE.
+--search climbs to large errors of the families named, over every approximation that stands in for the processor's own.
 --hashes renews the hashes of the results that a test compares.
 )";
 
@@ -118,6 +120,20 @@ int exhaustive(const std::string& name, const std::string& file) {
     return 0;
 }
 
+void search_all(const std::regex& filter) {
+    for (const DescribedFamily& described : described_families()) {
+        const Family& family = *described.family;
+        if (!std::regex_search(family.name(), filter) || !has_oracle(family)) continue;
+        const auto print = [&](const Measured& found) {
+            std::printf("%s: %.6g ulp, %s, at %s, result %s, of %llu tried\n", family.name().c_str(), found.ulp,
+                        std::string(name_of(found.stand_in)).c_str(), lanes_text(family.arguments, found.worst).c_str(),
+                        lanes_text(family.outputs(), found.got).c_str(), static_cast<unsigned long long>(found.inputs));
+            std::fflush(stdout);
+        };
+        search(described, print);
+    }
+}
+
 int run(const std::vector<std::string>& arguments) {
     std::string markdown, filter, family, plot_file;
     for (std::size_t k = 0; k < arguments.size(); ++k) {
@@ -132,7 +148,10 @@ int run(const std::vector<std::string>& arguments) {
             filter = arguments[++k];
         else if (arguments[k] == "--exhaustive" && more)
             family = arguments[++k];
-        else if (arguments[k] == "--plot" && more)
+        else if (arguments[k] == "--search" && more) {
+            search_all(std::regex(arguments[k + 1]));
+            return 0;
+        } else if (arguments[k] == "--plot" && more)
             plot_file = arguments[++k];
         else {
             std::cerr << usage;

@@ -113,9 +113,9 @@ TEST(DoubleLogarithms, AnyProcessorsReciprocalWillDo) {
         double estimate = 0;
         const auto error = [&](double x, double deviation) {
             const std::uint64_t argument = bits_of(described.family->operation == "log1p" ? x - 1 : x);
-            const LaneResult result = interpret(program, {&argument, 1}, false, false, [&](float m) {
+            const LaneResult result = interpret(program, {&argument, 1}, false, false, {[&](float m) {
                 return static_cast<float>(estimate = (1 + deviation) / static_cast<double>(m));
-            });
+            }});
             EXPECT_FALSE(result.rare);
             return error_of(*described.family, {&argument, 1}, result.outputs);
         };

@@ -167,7 +167,7 @@ TEST(Generator, ReciprocalOfAnotherProcessor) {
                                       return x * to_f64(reciprocal_approximation(to_f32(x)));
                                   }));
     const std::uint64_t four = 0x4010000000000000;
-    const LaneResult result = interpret(family.program, {&four, 1}, false, false, [](float x) { return x + 1.0f; });
+    const LaneResult result = interpret(family.program, {&four, 1}, false, false, {[](float x) { return x + 1.0f; }});
     EXPECT_EQ(result.outputs, std::vector<std::uint64_t>{0x4034000000000000});  // 4 (4 + 1)
 }
 

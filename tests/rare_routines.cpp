@@ -25,4 +25,13 @@ RareRoutine find_rare_routine(const Family& family) {
     return reinterpret_cast<RareRoutine>(base + addresses.at(family.rare_routine));
 }
 
+void run_rare_routine(const Family& family, std::span<const std::uint64_t> arguments,
+                      std::vector<std::uint64_t>& outputs) {
+    const void* pointers[4] = {};
+    std::size_t count = 0;
+    for (const std::uint64_t& argument : arguments) pointers[count++] = &argument;
+    for (std::uint64_t& output : outputs) pointers[count++] = &output;
+    find_rare_routine(family)(pointers[0], pointers[1], pointers[2], pointers[3]);
+}
+
 }  // namespace tuvo

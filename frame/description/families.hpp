@@ -14,12 +14,16 @@ namespace tuvo {
 struct Accuracy {
     double ulp = 0;                      ///< largest error seen, in ulp of the result's type; 0 for exact families
     std::vector<std::uint64_t> worst{};  ///< the arguments that gave it, as bit patterns
+    /// Of a family that starts from an approximate reciprocal or reciprocal root: the one that gave it. The figure is
+    /// the largest over all stand-ins, and so a bound for every processor.
+    StandIn stand_in = StandIn::none;
     /// Patterns of the first argument around which the test samples densely: thresholds of the method.
     std::vector<std::uint64_t> thresholds{};
     /// The error exceeds what the compute language's full profile allows, by the method as it is.
     bool beyond_profile = false;
-    /// Least and greatest magnitude, as patterns, of the arguments that the figure is about; empty for all. Only a
-    /// family that leaves the results of other arguments as they come has one.
+    /// Least and greatest magnitude, as patterns, of the arguments that the figure is about: one pair for all of them,
+    /// or one for each; empty without limits. Only a family that leaves the results of other arguments as they come
+    /// has one.
     std::vector<std::uint64_t> domain{};
 };
 

@@ -191,7 +191,7 @@ struct Interpreter {
     std::span<const std::uint64_t> arguments;
     bool enter_sections;
     bool wide_parts;
-    const std::function<float(float)>& reciprocal;
+    const Estimates& estimates;
     std::vector<std::uint64_t> values;
 
     std::uint64_t evaluate(const Node& node) {
@@ -210,10 +210,12 @@ struct Interpreter {
             return floating ? float_arithmetic(node.op, node.type, arg(0), arg(1))
                             : integer_arithmetic(node.op, node.type, arg(0), arg(1));
         case Op::reciprocal:
-            if (reciprocal) return bits_of(reciprocal(float_of(arg(0))));
+            if (estimates.reciprocal) return bits_of(estimates.reciprocal(float_of(arg(0))));
+            return float_arithmetic(node.op, node.type, arg(0), 0);
+        case Op::reciprocal_sqrt:
+            if (estimates.reciprocal_sqrt) return bits_of(estimates.reciprocal_sqrt(float_of(arg(0))));
             [[fallthrough]];
-        case Op::sqrt:
-        case Op::reciprocal_sqrt: return float_arithmetic(node.op, node.type, arg(0), 0);
+        case Op::sqrt: return float_arithmetic(node.op, node.type, arg(0), 0);
         case Op::round: return round_to_integral(node.type, arg(0), node.imm);
         case Op::umin:
         case Op::umax:
@@ -315,8 +317,8 @@ struct Interpreter {
 }  // namespace
 
 LaneResult interpret(const Program& program, std::span<const std::uint64_t> arguments, bool enter_sections,
-                     bool wide_parts, const std::function<float(float)>& reciprocal) {
-    return Interpreter{program, arguments, enter_sections, wide_parts, reciprocal, {}}.run();
+                     bool wide_parts, const Estimates& estimates) {
+    return Interpreter{program, arguments, enter_sections, wide_parts, estimates, {}}.run();
 }
 
 }  // namespace tuvo

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "frame/description/estimates.hpp"
 #include "frame/description/operations.hpp"
 #include "frame/description/tables.hpp"
 
@@ -154,10 +155,9 @@ struct LaneResult {
 
 /// Runs the program on one lane, operation by operation, bit for bit as the processor does. Values of 32-bit types are
 /// in the low 32 bits. With `enter_sections`, any-lane sections run even where the lane itself doesn't need them, as
-/// happens beside a lane that does; with `wide_parts`, as at widths whose parts have 256 bits. `reciprocal` stands in
-/// for the processor's approximation, which differs from one processor to the next. Throws std::logic_error when a
-/// claimed range doesn't hold.
+/// happens beside a lane that does; with `wide_parts`, as at widths whose parts have 256 bits. Throws std::logic_error
+/// when a claimed range doesn't hold.
 LaneResult interpret(const Program& program, std::span<const std::uint64_t> arguments, bool enter_sections = false,
-                     bool wide_parts = false, const std::function<float(float)>& reciprocal = {});
+                     bool wide_parts = false, const Estimates& estimates = {});
 
 }  // namespace tuvo
