@@ -244,8 +244,8 @@ Measured measure_stand_ins(const DescribedFamily& described, int per_exponent) {
     return worst.measured();
 }
 
-Measured search(const DescribedFamily& described, const std::function<void(const Measured&)>& progress) {
-    constexpr std::size_t summits = 40;
+Measured search(const DescribedFamily& described, int effort, const std::function<void(const Measured&)>& progress) {
+    const std::size_t summits = 40 * static_cast<std::size_t>(effort);
     constexpr int attempts = 6000;
     const Family& family = *described.family;
     std::vector<StandIn> tried{StandIn::none};
@@ -270,7 +270,8 @@ Measured search(const DescribedFamily& described, const std::function<void(const
         if (described.accuracy.worst.size() == family.arguments.size()) start(described.accuracy.worst);
         for (std::size_t k = 0; k < arguments[0].size(); ++k) start(lane_of(arguments, k));
         if (is_unary_float(family))  // all significands of two binades
-            for (std::uint32_t x = 0x3f800000; x < 0x40800000; x += 5) start({x});
+            for (std::uint32_t x = 0x3f800000; x < 0x40800000; x += effort < 5 ? 5 - effort : 1)
+                start({x});
         keep_best();
         progress(worst.measured());
         for (auto& [error, lane] : starts) {

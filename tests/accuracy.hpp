@@ -47,8 +47,9 @@ Measured measure(const DescribedFamily& described);
 /// The same with the interpreter and every stand-in, over fewer arguments: `per_exponent` random ones of each exponent.
 Measured measure_stand_ins(const DescribedFamily& described, int per_exponent);
 /// A search for the largest error over all stand-ins, or of a family without estimates by the processor: from the worst
-/// of stratified arguments it climbs by small changes. `progress` is told what was found, ever more.
-Measured search(const DescribedFamily& described, const std::function<void(const Measured&)>& progress);
+/// of stratified arguments it climbs by small changes, from more of them with more `effort` (1 takes some seconds).
+/// `progress` is told what was found, ever more.
+Measured search(const DescribedFamily& described, int effort, const std::function<void(const Measured&)>& progress);
 
 /// Errors of a unary float family over all 2^32 arguments.
 struct Exhaustive {

@@ -15,7 +15,7 @@ using namespace tuvo;
 
 constexpr const char* usage = R"(usage: tuvo-accuracy [--filter REGEX] [--markdown FILE]
        tuvo-accuracy --exhaustive FAMILY [--plot FILE]
-       tuvo-accuracy --search REGEX
+       tuvo-accuracy --search REGEX [EFFORT]
        tuvo-accuracy --hashes [FILE]
 
 Without options: each family's largest error over stratified arguments, as a table; --markdown writes the document.
@@ -120,7 +120,7 @@ int exhaustive(const std::string& name, const std::string& file) {
     return 0;
 }
 
-void search_all(const std::regex& filter) {
+void search_all(const std::regex& filter, int effort) {
     for (const DescribedFamily& described : described_families()) {
         const Family& family = *described.family;
         if (!std::regex_search(family.name(), filter) || !has_oracle(family)) continue;
@@ -130,7 +130,7 @@ void search_all(const std::regex& filter) {
                         lanes_text(family.outputs(), found.got).c_str(), static_cast<unsigned long long>(found.inputs));
             std::fflush(stdout);
         };
-        search(described, print);
+        search(described, effort, print);
     }
 }
 
@@ -149,7 +149,7 @@ int run(const std::vector<std::string>& arguments) {
         else if (arguments[k] == "--exhaustive" && more)
             family = arguments[++k];
         else if (arguments[k] == "--search" && more) {
-            search_all(std::regex(arguments[k + 1]));
+            search_all(std::regex(arguments[k + 1]), k + 2 < arguments.size() ? std::stoi(arguments[k + 2]) : 1);
             return 0;
         } else if (arguments[k] == "--plot" && more)
             plot_file = arguments[++k];
