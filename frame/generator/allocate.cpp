@@ -15,22 +15,10 @@ namespace {
 
 constexpr int never = std::numeric_limits<int>::max();
 
-bool ends_with(const std::string& text, const char* suffix) {
-    const std::string s = suffix;
-    return text.size() >= s.size() && text.compare(text.size() - s.size(), s.size(), s) == 0;
-}
-
 /// Bits that an instruction reads when its last operand is in memory; 0 where it can't be.
-int memory_operand_bits(const Instruction& i) {
-    const std::string& m = i.mnemonic;
-    if (i.is_store || i.sources.size() < 2 || m == "or" || m == "and" || m == "xor") return 0;
-    if (m == "vinsertps" || m == "vpsllq" || m == "vpsrlq" || m.rfind("vblendv", 0) == 0 || m == "vcvtsd2ss" ||
-        m == "vcvtss2sd" || m == "vmovhps" || m == "vmovhpd")
-        return 0;
-    if (m == "vinsertf128") return 128;
-    const bool packed_integers = m.rfind("vp", 0) == 0;  // vpmaxsd is none of the scalar instructions
-    if (!packed_integers && (ends_with(m, "ss") || ends_with(m, "sd"))) return ends_with(m, "ss") ? 32 : 64;
-    return i.dst_bits;
+int foldable_bits(const Instruction& i) {
+    if (i.is_store || i.sources.size() < 2 || !last_may_be_memory(i.mnemonic)) return 0;
+    return memory_bits(i.mnemonic, i.dst_bits);
 }
 
 class Allocator {
@@ -163,7 +151,7 @@ private:
 
     void move(int r, int to) {
         Instruction i;
-        i.mnemonic = file(r) == File::vector ? "vmovaps" : "mov";
+        i.mnemonic = file(r) == File::vector ? Mnemonic::vmovaps : Mnemonic::mov;
         i.dst = to, i.dst_bits = kernel_.registers[r].bits;
         i.dst_file = file(r);
         i.sources = {physical(file(r), values_[r].reg, i.dst_bits)};
@@ -176,7 +164,7 @@ private:
         if (values_[r].slot >= 0 || rematerializes(r)) return;
         values_[r].slot = frame.section == 0 ? result_.main_slots++ : next_outline_slot_++;
         Instruction i;
-        i.mnemonic = file(r) == File::vector ? "vmovups" : "mov", i.is_store = true;
+        i.mnemonic = file(r) == File::vector ? Mnemonic::vmovups : Mnemonic::mov, i.is_store = true;
         i.target = slot_operand(values_[r].slot, kernel_.registers[r].bits);
         i.sources = {physical(file(r), values_[r].reg, kernel_.registers[r].bits)};
         i.comment = "spill " + kernel_.registers[r].name;
@@ -242,7 +230,7 @@ private:
                 load = kernel_.constants[kernel_.registers[r].rematerialize];
                 for (Operand& o : load.sources) o = resolved(frame, o);
             } else if (values_[r].slot >= 0) {
-                load.mnemonic = file(r) == File::vector ? "vmovups" : "mov";
+                load.mnemonic = file(r) == File::vector ? Mnemonic::vmovups : Mnemonic::mov;
                 load.sources = {slot_operand(values_[r].slot, kernel_.registers[r].bits)};
                 load.dst_bits = kernel_.registers[r].bits, load.dst_file = file(r);
                 load.comment = "reload " + kernel_.registers[r].name;
@@ -266,7 +254,7 @@ private:
 
     /// Lets the last operand be read straight from a spill slot or a stack argument, if this is its last use nearby.
     bool fold(const Frame& frame, Instruction& i) {
-        const int bits = memory_operand_bits(i);
+        const int bits = foldable_bits(i);
         if (bits == 0) return false;
         Operand& last = i.sources.back();
         if (last.kind != Operand::Kind::reg || values_[last.reg].reg >= 0) return false;
@@ -487,7 +475,7 @@ private:
             } else {  // the main code has it in a slot
                 const int p = bring(inner, j.after);
                 Instruction store;
-                store.mnemonic = file(j.after) == File::vector ? "vmovups" : "mov", store.is_store = true;
+                store.mnemonic = file(j.after) == File::vector ? Mnemonic::vmovups : Mnemonic::mov, store.is_store = true;
                 store.target = slot_operand(target[j.before].slot, kernel_.registers[j.after].bits);
                 store.sources = {physical(file(j.after), p, kernel_.registers[j.after].bits)};
                 append(store);

@@ -38,31 +38,42 @@ const char* size_name(int bits) {
     }
 }
 
-/// What a kernel may execute. Integer instructions exist for 128 bits only.
+bool is_kind(const Operand& o, char kind) {
+    const bool vector = o.kind == Operand::Kind::reg && o.file == File::vector;
+    const bool memory = o.kind == Operand::Kind::memory;
+    switch (kind) {
+    case 'v': return vector;
+    case 'm': return vector || memory;
+    case 'M': return memory;
+    default: return !vector && !memory;
+    }
+}
+
+/// Whether the operands are those of one alternative: "v v m i".
+bool matches(const Instruction& i, std::string_view alternative) {
+    Operand target = i.target;
+    if (!i.is_store) target.file = i.dst_file;
+    std::size_t source = 0;
+    for (std::size_t k = 0; k < alternative.size(); k += 2) {
+        const char kind = alternative[k];
+        if (kind == 'i') return i.immediate >= 0 && source == i.sources.size();
+        if (k > 0 && source == i.sources.size()) return false;
+        if (!is_kind(k == 0 ? target : i.sources[source++], kind)) return false;
+    }
+    return i.immediate < 0 && source == i.sources.size();
+}
+
+/// Whether the table has the instruction for bodies, with such operands and registers of such widths.
 bool allowed(const Instruction& i) {
-    static const std::set<std::string> both{
-        "vaddps",     "vaddpd",    "vsubps",       "vsubpd",      "vmulps",    "vmulpd",     "vdivps",    "vdivpd",
-        "vminps",     "vminpd",    "vmaxps",       "vmaxpd",      "vsqrtps",   "vsqrtpd",    "vrcpps",    "vrsqrtps",
-        "vroundps",   "vroundpd",  "vandps",       "vandpd",      "vandnps",   "vandnpd",    "vorps",     "vorpd",
-        "vxorps",     "vxorpd",    "vcmpps",       "vcmppd",      "vblendvps", "vblendvpd",  "vcvtdq2ps", "vcvtps2dq",
-        "vcvttps2dq", "vcvtdq2pd", "vcvtps2pd",    "vcvtpd2ps",   "vcvtpd2dq", "vcvttpd2dq", "vmovaps",   "vmovups",
-        "vmovmskps",  "vmovmskpd", "vextractf128", "vinsertf128", "vshufps",   "vunpcklps",  "vunpckhps", "vunpcklpd",
-        "vunpckhpd",  "vpermilps"};
-    static const std::set<std::string> narrow{
-        "vaddss",     "vaddsd",     "vsubss",      "vsubsd",    "vmulss",    "vmulsd",    "vdivss",    "vdivsd",
-        "vminss",     "vminsd",     "vmaxss",      "vmaxsd",    "vsqrtss",   "vsqrtsd",   "vrcpss",    "vrsqrtss",
-        "vroundss",   "vroundsd",   "vcmpss",      "vcmpsd",    "vcvtss2sd", "vcvtsd2ss", "vmovss",    "vmovsd",
-        "vmovd",      "vmovq",      "vmovdqa",     "vmovddup",  "vmovhps",   "vmovhpd",   "vinsertps", "vpshufd",
-        "vpunpckldq", "vpunpckhdq", "vpunpcklqdq", "vpaddd",    "vpaddq",    "vpsubd",    "vpsubq",    "vpmulld",
-        "vpmuludq",   "vpminsd",    "vpmaxsd",     "vpminud",   "vpmaxud",   "vpand",     "vpandn",    "vpor",
-        "vpxor",      "vpslld",     "vpsllq",      "vpsrld",    "vpsrlq",    "vpsrad",    "vpcmpeqd",  "vpcmpeqq",
-        "vpcmpgtd",   "vpcmpgtq",   "vpblendw",    "vpackssdw", "vpacksswb", "vpmovmskb", "vpmovzxdq", "vpmovsxdq",
-        "vpextrd"};
-    static const std::set<std::string> general{"mov", "movsxd", "and", "or", "xor", "shl"};
-    if (both.contains(i.mnemonic)) return true;
-    const bool wide = i.dst_bits == 256 ||
-                      std::any_of(i.sources.begin(), i.sources.end(), [](const Operand& o) { return o.bits == 256; });
-    return (narrow.contains(i.mnemonic) && !wide) || general.contains(i.mnemonic);
+    const InstructionRow& row = row_of(i.mnemonic);
+    const bool wide = i.dst_bits == 256 || std::ranges::any_of(i.sources, [](const Operand& o) { return o.bits == 256; });
+    if (row.where != Where::body || (wide && row.widths != Widths::any_width)) return false;
+    for (std::string_view rest = row.operands;;) {
+        const std::size_t bar = rest.find('|');
+        if (matches(i, rest.substr(0, bar))) return true;
+        if (bar == std::string_view::npos) return false;
+        rest.remove_prefix(bar + 1);
+    }
 }
 
 class Emitter {
@@ -80,16 +91,16 @@ public:
              << kernel_.symbol << ":\n    .cfi_startproc\n";
         if (framed_main_) open_frame();
         for (std::size_t k = 0; k < allocated_.saved.size(); ++k)
-            line("vmovups " + slot(int(saves_at_ + k), 256) + ", ymm" + std::to_string(allocated_.saved[k]));
+            line(Mnemonic::vmovups, slot(int(saves_at_ + k), 256) + ", ymm" + std::to_string(allocated_.saved[k]));
         body(allocated_.sections[0].code);
-        if (clears_upper_halves(kernel_)) line("vzeroupper");
+        if (clears_upper_halves(kernel_)) line(Mnemonic::vzeroupper);
         for (std::size_t k = 0; k < allocated_.saved.size(); ++k)
-            line("vmovups ymm" + std::to_string(allocated_.saved[k]) + ", " + slot(int(saves_at_ + k), 256));
+            line(Mnemonic::vmovups, "ymm" + std::to_string(allocated_.saved[k]) + ", " + slot(int(saves_at_ + k), 256));
         if (framed_main_) {
             out_ << "    .cfi_remember_state\n";
             close_frame();
         }
-        line("ret");
+        line(Mnemonic::ret);
         if (framed_main_) out_ << "    .cfi_restore_state\n";
         while (!outlined_.empty()) {
             const auto [section, framed, saved] = outlined_.front();
@@ -99,7 +110,8 @@ public:
             // A section inside another that set the frame up begins in that frame.
             const bool inherits = framed && !framed_main_;
             if (inherits) out_ << "    .cfi_def_cfa rbp, 16\n    .cfi_offset rbp, -16\n";
-            if (kernel_.sections[section].is_rare)
+            on_rare_path_ = kernel_.sections[section].is_rare;
+            if (on_rare_path_)
                 rare_section(section);
             else
                 any_lane_section(section);
@@ -116,6 +128,7 @@ private:
     const BlockLayout& blocks_;
     bool framed_main_ = false;
     bool framed_ = false;  ///< whether the code being written has the frame
+    bool on_rare_path_ = false;
     int saves_at_ = 0;     ///< slot number of the first preserved register
     std::set<int> saved_;  ///< preserved vector registers that the code being written has saved
     int frame_bytes_ = 0;
@@ -128,8 +141,11 @@ private:
     };
     std::vector<Outlined> outlined_;  ///< sections still to be written
 
-    void line(const std::string& text, const std::string& comment = "") {
-        out_ << "    " << text;
+    void line(Mnemonic mnemonic, const std::string& operands = "", const std::string& comment = "") {
+        const InstructionRow& row = row_of(mnemonic);
+        if (row.where == Where::rare_path && !on_rare_path_) fail(std::string(row.name) + " is the rare path's own");
+        out_ << "    " << row.name;
+        if (!operands.empty()) out_ << " " << operands;
         if (!comment.empty()) out_ << "    # " << comment;
         out_ << "\n";
     }
@@ -176,17 +192,17 @@ private:
     }
 
     void open_frame() {
-        line("push rbp");
+        line(Mnemonic::push, "rbp");
         out_ << "    .cfi_def_cfa_offset 16\n    .cfi_offset rbp, -16\n";
-        line("mov rbp, rsp");
+        line(Mnemonic::mov, "rbp, rsp");
         out_ << "    .cfi_def_cfa_register rbp\n";
-        line("sub rsp, " + std::to_string(frame_bytes_ + 128));
-        line("and rsp, -64");
+        line(Mnemonic::sub, "rsp, " + std::to_string(frame_bytes_ + 128));
+        line(Mnemonic::and_, "rsp, -64");
         framed_ = true;
     }
 
     void close_frame() {
-        line("leave");
+        line(Mnemonic::leave);
         out_ << "    .cfi_def_cfa rsp, 8\n    .cfi_restore rbp\n";
         framed_ = framed_main_;
     }
@@ -254,46 +270,42 @@ private:
     void instruction(const Instruction& i) {
         if (i.kind == Instruction::Kind::branch || i.kind == Instruction::Kind::rare) {
             const std::string condition = operand(i.sources[0]);
-            line("test " + condition + ", " + (i.immediate ? std::to_string(i.immediate) : condition));
-            line("jne " + label("out", i.section));
+            line(Mnemonic::test, condition + ", " + (i.immediate ? std::to_string(i.immediate) : condition));
+            line(Mnemonic::jne, label("out", i.section));
             out_ << label("back", i.section) << ":\n";
             outlined_.push_back({i.section, framed_, saved_});
             return;
         }
-        if (!allowed(i)) fail(i.mnemonic + " is outside the allowed instructions");
+        if (!allowed(i)) fail(std::string(row_of(i.mnemonic).name) + " is outside the allowed instructions");
         if (i.dst >= 8 && i.dst_file == File::vector && kernel_.preserved == Preserved::upper_vectors_and_pointers &&
             !saved_.contains(i.dst))
             fail("ymm" + std::to_string(i.dst) + " is written and not restored");
         if (i.is_store) {
-            line(i.mnemonic + " " + operand(i.target) + ", " + operand(i.sources[0]), i.comment);
+            line(i.mnemonic, operand(i.target) + ", " + operand(i.sources[0]), i.comment);
             return;
         }
         const std::string dst = register_name(i.dst_file, i.dst, i.dst_bits);
-        if (i.mnemonic == "shl") {
+        if (i.mnemonic == Mnemonic::shl) {
             const std::string source = operand(i.sources[0]);
-            if (dst != source) line("mov " + dst + ", " + source);
-            line("shl " + dst + ", " + std::to_string(i.immediate));
+            if (dst != source) line(Mnemonic::mov, dst + ", " + source);
+            line(Mnemonic::shl, dst + ", " + std::to_string(i.immediate));
             return;
         }
-        if (i.mnemonic == "or" || i.mnemonic == "and" || i.mnemonic == "xor") {
+        if (i.mnemonic == Mnemonic::or_ || i.mnemonic == Mnemonic::and_ || i.mnemonic == Mnemonic::xor_) {
             two_operand(i, dst);
             return;
         }
-        std::string text = i.mnemonic + " " + dst;
+        std::string text = dst;
         for (const Operand& o : i.sources) text += ", " + operand(o);
         if (i.immediate >= 0) text += ", " + std::to_string(i.immediate);
-        line(text, i.comment);
+        line(i.mnemonic, text, i.comment);
     }
 
     /// Commutative instructions of the general registers, which overwrite their first operand.
     void two_operand(const Instruction& i, const std::string& dst) {
-        if (i.sources.empty()) {
-            line("xor " + dst + ", " + dst);
-            return;
-        }
         const std::string a = operand(i.sources[0]), b = operand(i.sources[1]);
-        if (dst != a && dst != b) line("mov " + dst + ", " + a);
-        line(i.mnemonic + " " + dst + ", " + (dst == b ? a : b), i.comment);
+        if (dst != a && dst != b) line(Mnemonic::mov, dst + ", " + a);
+        line(i.mnemonic, dst + ", " + (dst == b ? a : b), i.comment);
     }
 
     std::string label(const std::string& what, int section) const {
@@ -322,19 +334,19 @@ private:
                    "]";
         };
         for (std::size_t k = 0; k < section.saved.size(); ++k)
-            line("vmovups " + save_slot(k) + ", ymm" + std::to_string(section.saved[k]));
+            line(Mnemonic::vmovups, save_slot(k) + ", ymm" + std::to_string(section.saved[k]));
         const std::set<int> saved_outside = saved_;
         saved_.insert(section.saved.begin(), section.saved.end());
         body(section.code);
         body(section.restore);
         saved_ = saved_outside;
         for (std::size_t k = 0; k < section.saved.size(); ++k)
-            line("vmovups ymm" + std::to_string(section.saved[k]) + ", " + save_slot(k));
+            line(Mnemonic::vmovups, "ymm" + std::to_string(section.saved[k]) + ", " + save_slot(k));
         if (opens) {
             close_frame();
             framed_ = false;
         }
-        line("jmp " + label("back", s));
+        line(Mnemonic::jmp, label("back", s));
     }
 
     // The rare path.
@@ -349,8 +361,8 @@ private:
         if (opens) open_frame();
         if (!code.code.empty()) {
             body(code.code);
-            line("test " + condition + ", " + (section.cut ? std::to_string(section.cut) : condition));
-            line("je " + label("repaired", s));
+            line(Mnemonic::test, condition + ", " + (section.cut ? std::to_string(section.cut) : condition));
+            line(Mnemonic::je, label("repaired", s));
         }
 
         // The stash: all lanes of every input and of the vector results.
@@ -366,40 +378,40 @@ private:
 
         static constexpr const char* kept[] = {"rbx", "r12", "rsi", "rdi"};
         for (int k = 0; k < 4; ++k) {
-            line("mov qword ptr [rbp - " + std::to_string(104 + 8 * k) + "], " + kept[k]);
+            line(Mnemonic::mov, "qword ptr [rbp - " + std::to_string(104 + 8 * k) + "], " + kept[k]);
             out_ << "    .cfi_offset " << kept[k] << ", -" << 120 + 8 * k << "\n";
         }
         const std::vector<int> vectors = unsaved();
         for (std::size_t k = 0; k < vectors.size(); ++k)
-            line("vmovups ymmword ptr [rsp + " + std::to_string(vectors_at_ + std::int64_t(k) * slot_bytes) + "], ymm" +
+            line(Mnemonic::vmovups, "ymmword ptr [rsp + " + std::to_string(vectors_at_ + std::int64_t(k) * slot_bytes) + "], ymm" +
                  std::to_string(vectors[k]));
-        line("mov r12d, " + condition, "rare mask");
-        if (section.cut) line("and r12d, " + std::to_string(section.cut));
-        line("xor ebx, ebx", "lane");
+        line(Mnemonic::mov, "r12d, " + condition, "rare mask");
+        if (section.cut) line(Mnemonic::and_, "r12d, " + std::to_string(section.cut));
+        line(Mnemonic::xor_, "ebx, ebx", "lane");
         out_ << label("scan", s) << ":\n";
-        line("bt r12d, ebx");
-        line("jnc " + label("next", s));
-        if (kernel_.works_256) line("vzeroupper");
+        line(Mnemonic::bt, "r12d, ebx");
+        line(Mnemonic::jnc, label("next", s));
+        if (kernel_.works_256) line(Mnemonic::vzeroupper);
         static constexpr const char* parameters[] = {"rdi", "rsi", "rdx", "rcx"};
         if (section.inputs.size() + section.outputs.size() > std::size(parameters))
             fail("a rare routine takes four pointers at most");
         int parameter = 0;
         const auto pass = [&](const StashArray& array, std::int64_t offset) {
-            line(std::string("lea ") + parameters[parameter++] + ", [rsp + rbx*" + std::to_string(array.element_bytes) +
+            line(Mnemonic::lea, std::string(parameters[parameter++]) + ", [rsp + rbx*" + std::to_string(array.element_bytes) +
                  " + " + std::to_string(offset) + "]");
         };
         for (std::size_t a = 0; a < section.inputs.size(); ++a) pass(section.inputs[a], input_at[a]);
         for (std::size_t a = 0; a < section.outputs.size(); ++a) pass(section.outputs[a], output_at[a]);
-        line("call " + kernel_.family->rare_routine);
+        line(Mnemonic::call, kernel_.family->rare_routine);
         out_ << label("next", s) << ":\n";
-        line("inc ebx");
-        line("cmp ebx, 32");
-        line("jne " + label("scan", s));
+        line(Mnemonic::inc, "ebx");
+        line(Mnemonic::cmp, "ebx, 32");
+        line(Mnemonic::jne, label("scan", s));
         for (std::size_t k = 0; k < vectors.size(); ++k)
-            line("vmovups ymm" + std::to_string(vectors[k]) + ", ymmword ptr [rsp + " +
+            line(Mnemonic::vmovups, "ymm" + std::to_string(vectors[k]) + ", ymmword ptr [rsp + " +
                  std::to_string(vectors_at_ + std::int64_t(k) * slot_bytes) + "]");
         for (int k = 0; k < 4; ++k) {
-            line(std::string("mov ") + kept[k] + ", qword ptr [rbp - " + std::to_string(104 + 8 * k) + "]");
+            line(Mnemonic::mov, std::string(kept[k]) + ", qword ptr [rbp - " + std::to_string(104 + 8 * k) + "]");
             out_ << "    .cfi_restore " << kept[k] << "\n";
         }
         for (const bool to_register : {false, true})
@@ -409,7 +421,7 @@ private:
             out_ << "    .cfi_remember_state\n";
             close_frame();
         }
-        line("jmp " + label("back", s));
+        line(Mnemonic::jmp, label("back", s));
         if (opens) {
             out_ << "    .cfi_restore_state\n";
             framed_ = true;
@@ -418,7 +430,7 @@ private:
             out_ << label("repaired", s) << ":\n";
             body(code.restore);
             if (opens) close_frame();
-            line("jmp " + label("back", s));
+            line(Mnemonic::jmp, label("back", s));
         } else if (opens) {
             // Nothing follows inside the frame.
             out_ << "    .cfi_def_cfa rsp, 8\n    .cfi_restore rbp\n";
@@ -435,9 +447,9 @@ private:
         for (const Place& p : parts) {
             if ((p.kind == Place::Kind::reg) == from_register) {
                 const std::string scratch = register_name(File::vector, from_register ? p.reg : 0, p.bits);
-                if (p.kind == Place::Kind::spill) line("vmovups " + scratch + ", " + slot(p.slot, p.bits));
-                if (p.kind == Place::Kind::memory) line("vmovups " + scratch + ", " + memory(p.memory, p.bits));
-                line("vmovups " + stash_address(offset, p.bits) + ", " + scratch);
+                if (p.kind == Place::Kind::spill) line(Mnemonic::vmovups, scratch + ", " + slot(p.slot, p.bits));
+                if (p.kind == Place::Kind::memory) line(Mnemonic::vmovups, scratch + ", " + memory(p.memory, p.bits));
+                line(Mnemonic::vmovups, stash_address(offset, p.bits) + ", " + scratch);
             }
             offset += p.bits / 8;
         }
@@ -447,9 +459,9 @@ private:
         for (const Place& p : parts) {
             if ((p.kind == Place::Kind::reg) == to_register) {
                 const std::string name = register_name(File::vector, to_register ? p.reg : 0, p.bits);
-                line("vmovups " + name + ", " + stash_address(offset, p.bits));
+                line(Mnemonic::vmovups, name + ", " + stash_address(offset, p.bits));
                 if (p.kind == Place::Kind::spill)
-                    line("vmovups " + slot(p.slot, p.bits) + ", " + name);
+                    line(Mnemonic::vmovups, slot(p.slot, p.bits) + ", " + name);
                 else if (!to_register)
                     fail("a result has no place to return to");
             }

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "frame/generator/blocks.hpp"
+#include "frame/generator/instructions.hpp"
 #include "frame/description/program.hpp"
 
 namespace tuvo {
@@ -56,7 +57,7 @@ struct Instruction {
         end,     ///< end of a section: its uses are what must be in place then
     };
     Kind kind = Kind::plain;
-    std::string mnemonic;
+    Mnemonic mnemonic{};
     int dst = -1;  ///< virtual register written; physical after allocation
     File dst_file = File::vector;
     int dst_bits = 0;

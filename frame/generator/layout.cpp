@@ -13,6 +13,8 @@
 namespace tuvo {
 namespace {
 
+using enum Mnemonic;
+
 enum class Shape : std::uint8_t { whole, half };
 
 struct Forms {
@@ -119,7 +121,7 @@ private:
 
     std::vector<Instruction>& body() { return kernel_.sections[section_].body; }
 
-    int emit(const std::string& mnemonic, int bits, std::vector<Operand> sources, int immediate = -1,
+    int emit(Mnemonic mnemonic, int bits, std::vector<Operand> sources, int immediate = -1,
              File file = File::vector) {
         Instruction i;
         i.mnemonic = mnemonic, i.dst = new_register(bits, file), i.dst_file = file, i.dst_bits = bits;
@@ -129,7 +131,7 @@ private:
         return i.dst;
     }
 
-    void emit_store(const std::string& mnemonic, Memory target, int bits, int source, int source_bits) {
+    void emit_store(Mnemonic mnemonic, Memory target, int bits, int source, int source_bits) {
         Instruction i;
         i.mnemonic = mnemonic, i.is_store = true, i.target = mem(target, bits);
         i.sources = {reg(source, source_bits)};
@@ -158,12 +160,12 @@ private:
             Memory memory;
             memory.base = Memory::Base::slots, memory.block = block;
             pointers_[block] =
-                rematerialized("mov", {mem(memory, 64)}, 64, File::general, blocks_.blocks[block].symbol);
+                rematerialized(mov, {mem(memory, 64)}, 64, File::general, blocks_.blocks[block].symbol);
         }
         return pointers_[block];
     }
 
-    int rematerialized(const std::string& mnemonic, std::vector<Operand> sources, int bits, File file,
+    int rematerialized(Mnemonic mnemonic, std::vector<Operand> sources, int bits, File file,
                        std::string name) {
         Instruction load;
         load.mnemonic = mnemonic, load.dst_file = file, load.dst_bits = bits, load.comment = name;
@@ -223,10 +225,10 @@ private:
         const auto key = std::pair(node, bits);
         if (const auto found = constant_registers_.find(key); found != constant_registers_.end()) return found->second;
         const Node& n = program_.nodes[node];
-        const std::string mnemonic = bits == 32                          ? "vmovss"
-                                     : bits == 64                        ? "vmovsd"
-                                     : is_integer(n.type) && bits == 128 ? "vmovdqa"
-                                                                         : "vmovaps";
+        const Mnemonic mnemonic = bits == 32                          ? vmovss
+                                     : bits == 64                        ? vmovsd
+                                     : is_integer(n.type) && bits == 128 ? vmovdqa
+                                                                         : vmovaps;
         const int r = rematerialized(mnemonic, {constant_operand(node, bits)}, std::max(bits, 128), File::vector,
                                      !n.name.empty() ? n.name
                                      : n.quad        ? "four values"
@@ -268,7 +270,7 @@ private:
         if (shape == Shape::whole && f.whole.empty()) {
             if (f.half.empty()) throw std::logic_error(program_.name + ": a value is used before it is made");
             for (std::size_t p = 0; p < f.half.size(); p += 2)
-                f.whole.push_back(emit("vinsertf128", 256, {reg(f.half[p], 256), reg(f.half[p + 1], 128)}, 1));
+                f.whole.push_back(emit(vinsertf128, 256, {reg(f.half[p], 256), reg(f.half[p + 1], 128)}, 1));
         }
         if (shape == Shape::half && f.half.empty()) {
             if (f.whole.empty()) throw std::logic_error(program_.name + ": a value is used before it is made");
@@ -291,7 +293,7 @@ private:
         return in_register(node, shape, part, bits);
     }
 
-    int upper_half(int r) { return emit("vextractf128", 128, {reg(r, 256)}, 1); }
+    int upper_half(int r) { return emit(vextractf128, 128, {reg(r, 256)}, 1); }
 
     void set(int node, Shape shape, std::vector<int> registers) {
         for (int r : registers)
@@ -391,7 +393,7 @@ private:
                     Memory memory;
                     memory.base = Memory::Base::argument, memory.offset = stack_offset;
                     stack_offset += whole_bits(type) / 8;
-                    raw.push_back(rematerialized("vmovups", {mem(memory, whole_bits(type))}, whole_bits(type),
+                    raw.push_back(rematerialized(vmovups, {mem(memory, whole_bits(type))}, whole_bits(type),
                                                  File::vector, "argument " + std::to_string(a)));
                     if (whole_bits(type) == 256) kernel_.works_256 = true;
                 }
@@ -401,7 +403,7 @@ private:
                 Operand source;
                 source.kind = Operand::Kind::fixed, source.bits = lane_size(lane) * 8;
                 source.fixed = (lane_size(lane) == 4 ? names32 : names64)[next_general++];
-                raw.push_back(emit(lane_size(lane) == 4 ? "vmovd" : "vmovq", 128, {source}));
+                raw.push_back(emit(lane_size(lane) == 4 ? vmovd : vmovq, 128, {source}));
             } else {
                 for (int bits : part_bits(lane, width_)) {
                     const int r = new_register(narrow_ ? 128 : bits);
@@ -429,11 +431,11 @@ private:
         const Operand source = reg(raw[0]);
         if (width_ == 1) {
             if (!wide)
-                raw[0] = emit("vpshufd", 128, {source}, 0);
+                raw[0] = emit(vpshufd, 128, {source}, 0);
             else
-                raw[0] = floating ? emit("vmovddup", 128, {source}) : emit("vpunpcklqdq", 128, {source, source});
+                raw[0] = floating ? emit(vmovddup, 128, {source}) : emit(vpunpcklqdq, 128, {source, source});
         } else if (width_ == 2 && !wide) {
-            raw[0] = floating ? emit("vmovddup", 128, {source}) : emit("vpunpcklqdq", 128, {source, source});
+            raw[0] = floating ? emit(vmovddup, 128, {source}) : emit(vpunpcklqdq, 128, {source, source});
         } else if (width_ == 3) {
             const int size = lane_size(lane), bits = whole_bits(type);
             std::vector<std::uint8_t> mask(bits / 8), fill(bits / 8);
@@ -442,12 +444,12 @@ private:
             std::memcpy(fill.data() + fill.size() - size, &pattern, size);
             const bool integer = !floating && bits == 128;
             const int mask_register = rematerialized(
-                integer ? "vmovdqa" : "vmovaps", {mem(pool_item(mask, "lane 3"), bits)}, bits, File::vector, "lane 3");
+                integer ? vmovdqa : vmovaps, {mem(pool_item(mask, "lane 3"), bits)}, bits, File::vector, "lane 3");
             int& last = raw.back();
-            last = emit(integer ? "vpandn" : "vandnps", bits, {reg(mask_register), reg(last)});
+            last = emit(integer ? vpandn : vandnps, bits, {reg(mask_register), reg(last)});
             if (pattern != 0)
                 last =
-                    emit(integer ? "vpor" : "vorps", bits,
+                    emit(integer ? vpor : vorps, bits,
                          {reg(last), mem(pool_item(fill, "fill of lane 3: " + describe_pattern(type, pattern)), bits)});
         }
     }
@@ -528,19 +530,10 @@ private:
     }
 
     int elementwise(const Node& n, Shape shape, int p) {
-        const bool single = type_size(n.type) == 4;
         const int vector_bits = bits(n.type, shape);
-        const char* packed = single ? "ps" : "pd";
-        const char* suffix = scalar() ? (single ? "ss" : "sd") : packed;
         const int scalar_bits = scalar() ? type_size(n.type) * 8 : vector_bits;
         const auto first = [&](int b) { return in_register(n.args[0], shape, p, b); };
         const auto second = [&](int b) { return any_operand(n.args[1], shape, p, b); };
-        const auto float_binary = [&](const char* name) {
-            return emit(std::string(name) + suffix, vector_bits, {first(scalar_bits), second(scalar_bits)});
-        };
-        const auto int_binary = [&](const char* name32, const char* name64) {
-            return emit(single ? name32 : name64, 128, {first(128), second(128)});
-        };
         // A constant in first place moves to the second, where it can stay in memory.
         const bool constant_first = is_constant(n.args[0]) && !is_constant(n.args[1]);
         const auto swapped = [&] {
@@ -553,44 +546,37 @@ private:
         case Op::mul:
             // Of two NaNs the first survives, so one among the constants keeps its place.
             if (constant_first && !is_nan_constant(n.args[0])) return swapped();
-            if (is_floating(n.type)) return float_binary(n.op == Op::add ? "vadd" : "vmul");
-            return n.op == Op::add ? int_binary("vpaddd", "vpaddq") : int_binary("vpmulld", "");
-        case Op::sub: return is_floating(n.type) ? float_binary("vsub") : int_binary("vpsubd", "vpsubq");
-        case Op::div: return float_binary("vdiv");
-        case Op::min: return is_floating(n.type) ? float_binary("vmin") : int_binary("vpminsd", "");
-        case Op::max: return is_floating(n.type) ? float_binary("vmax") : int_binary("vpmaxsd", "");
-        case Op::umin: return int_binary("vpminud", "");
-        case Op::umax: return int_binary("vpmaxud", "");
-        case Op::multiply_words: return int_binary("", "vpmuludq");
-        case Op::equal: return int_binary("vpcmpeqd", "vpcmpeqq");
-        case Op::greater: return int_binary("vpcmpgtd", "vpcmpgtq");
+            [[fallthrough]];
+        case Op::sub:
+        case Op::div:
+        case Op::min:
+        case Op::max:
+            if (!is_floating(n.type)) return emit(integer_form(n), 128, {first(128), second(128)});
+            return emit(float_form(n), vector_bits, {first(scalar_bits), second(scalar_bits)});
+        case Op::umin:
+        case Op::umax:
+        case Op::multiply_words:
+        case Op::equal:
+        case Op::greater: return emit(integer_form(n), 128, {first(128), second(128)});
         case Op::sqrt:
         case Op::reciprocal:
-        case Op::reciprocal_sqrt: {
-            const std::string name = n.op == Op::sqrt ? "vsqrt" : n.op == Op::reciprocal ? "vrcp" : "vrsqrt";
-            if (scalar()) return emit(name + suffix, 128, {first(scalar_bits), first(scalar_bits)});
-            return emit(name + suffix, vector_bits, {first(vector_bits)});
+        case Op::reciprocal_sqrt:
+        case Op::round: {
+            const int immediate = n.op == Op::round ? int(n.imm) : -1;
+            if (scalar()) return emit(float_form(n), 128, {first(scalar_bits), first(scalar_bits)}, immediate);
+            return emit(float_form(n), vector_bits, {first(vector_bits)}, immediate);
         }
-        case Op::round:
-            if (scalar())
-                return emit(std::string("vround") + suffix, 128, {first(scalar_bits), first(scalar_bits)}, int(n.imm));
-            return emit(std::string("vround") + suffix, vector_bits, {first(vector_bits)}, int(n.imm));
         case Op::bit_and:
         case Op::bit_or:
         case Op::bit_xor:
         case Op::and_not: {
             if (n.op != Op::and_not && constant_first) return swapped();
             const bool integer = vector_bits == 128 && integer_domain(n.args[0]) && integer_domain(n.args[1]);
-            const std::string name = n.op == Op::bit_and   ? "and"
-                                     : n.op == Op::bit_or  ? "or"
-                                     : n.op == Op::bit_xor ? "xor"
-                                                           : "andn";
-            return emit(integer ? "vp" + name : "v" + name + packed, vector_bits,
-                        {first(vector_bits), second(vector_bits)});
+            return emit(bitwise_form(n.op, n.type, integer), vector_bits, {first(vector_bits), second(vector_bits)});
         }
-        case Op::shift_left: return shift("vpsll", n, shape, p);
-        case Op::shift_right: return shift("vpsrl", n, shape, p);
-        case Op::shift_right_signed: return shift("vpsra", n, shape, p);
+        case Op::shift_left:
+        case Op::shift_right:
+        case Op::shift_right_signed: return emit(integer_form(n), 128, {first(128)}, int(n.imm));
         case Op::compare: {
             int predicate = int(n.imm);
             int a = n.args[0], b = n.args[1];
@@ -599,22 +585,79 @@ private:
                 predicate = mirrored[predicate];
                 std::swap(a, b);
             }
-            return emit(std::string("vcmp") + suffix, vector_bits,
+            return emit(float_form(n), vector_bits,
                         {in_register(a, shape, p, scalar_bits), any_operand(b, shape, p, scalar_bits)}, predicate);
         }
         case Op::select:
-            return emit(std::string("vblendv") + packed, vector_bits,
+            return emit(blend_form(n.type), vector_bits,
                         {in_register(n.args[2], shape, p, vector_bits), any_operand(n.args[1], shape, p, vector_bits),
                          in_register(n.args[0], shape, p, vector_bits)});
-        case Op::lookup4: return emit("vpermilps", vector_bits, {first(vector_bits), second(vector_bits)});
+        case Op::lookup4: return emit(vpermilps, vector_bits, {first(vector_bits), second(vector_bits)});
         default: throw std::logic_error(program_.name + ": unknown operation");
         }
     }
 
-    int shift(const char* name, const Node& n, Shape shape, int p) {
-        return emit(std::string(name) + (type_size(n.type) == 4 ? "d" : "q"), 128,
-                    {in_register(n.args[0], shape, p, 128)}, int(n.imm));
+    Mnemonic float_form(const Node& n) const {
+        static constexpr auto forms = [](Op op) -> FloatForms {
+            switch (op) {
+            case Op::add: return {vaddps, vaddpd, vaddss, vaddsd};
+            case Op::sub: return {vsubps, vsubpd, vsubss, vsubsd};
+            case Op::mul: return {vmulps, vmulpd, vmulss, vmulsd};
+            case Op::div: return {vdivps, vdivpd, vdivss, vdivsd};
+            case Op::min: return {vminps, vminpd, vminss, vminsd};
+            case Op::max: return {vmaxps, vmaxpd, vmaxss, vmaxsd};
+            case Op::sqrt: return {vsqrtps, vsqrtpd, vsqrtss, vsqrtsd};
+            case Op::round: return {vroundps, vroundpd, vroundss, vroundsd};
+            case Op::compare: return {vcmpps, vcmppd, vcmpss, vcmpsd};
+            default: throw std::logic_error("no operation of floating-point lanes");
+            }
+        };
+        const bool single = type_size(n.type) == 4;
+        if (n.op == Op::reciprocal && single) return scalar() ? vrcpss : vrcpps;
+        if (n.op == Op::reciprocal_sqrt && single) return scalar() ? vrsqrtss : vrsqrtps;
+        const FloatForms f = forms(n.op);
+        if (scalar()) return single ? f.scalar_single : f.scalar_double;
+        return single ? f.packed_single : f.packed_double;
     }
+
+    static Mnemonic integer_form(const Node& n) {
+        const bool words = type_size(n.type) == 4;
+        switch (n.op) {
+        case Op::add: return words ? vpaddd : vpaddq;
+        case Op::sub: return words ? vpsubd : vpsubq;
+        case Op::equal: return words ? vpcmpeqd : vpcmpeqq;
+        case Op::greater: return words ? vpcmpgtd : vpcmpgtq;
+        case Op::shift_left: return words ? vpslld : vpsllq;
+        case Op::shift_right: return words ? vpsrld : vpsrlq;
+        default: break;
+        }
+        if (n.op == Op::multiply_words && !words) return vpmuludq;
+        if (words) {
+            switch (n.op) {
+            case Op::mul: return vpmulld;
+            case Op::min: return vpminsd;
+            case Op::max: return vpmaxsd;
+            case Op::umin: return vpminud;
+            case Op::umax: return vpmaxud;
+            case Op::shift_right_signed: return vpsrad;
+            default: break;
+            }
+        }
+        throw std::logic_error("no operation of integer lanes of this size");
+    }
+
+    /// Bit operations exist for each kind of lane; `integer` keeps a value that comes from the integer side there.
+    static Mnemonic bitwise_form(Op op, Type type, bool integer) {
+        const bool single = type_size(type) == 4;
+        switch (op) {
+        case Op::bit_and: return integer ? vpand : single ? vandps : vandpd;
+        case Op::bit_or: return integer ? vpor : single ? vorps : vorpd;
+        case Op::bit_xor: return integer ? vpxor : single ? vxorps : vxorpd;
+        default: return integer ? vpandn : single ? vandnps : vandnpd;
+        }
+    }
+
+    static Mnemonic blend_form(Type type) { return type_size(type) == 4 ? vblendvps : vblendvpd; }
 
     /// Whether a value comes from the integer side, so that bit operations on it stay there.
     bool integer_domain(int node) const {
@@ -630,37 +673,37 @@ private:
         std::vector<int> result;
         Shape shape = Shape::whole;
         if (type_size(n.type) == 4 && type_size(from) == 4) {
-            const char* name = n.op == Op::int_to_float   ? "vcvtdq2ps"
-                               : n.op == Op::float_to_int ? "vcvtps2dq"
-                                                          : "vcvttps2dq";
+            const Mnemonic name = n.op == Op::int_to_float   ? vcvtdq2ps
+                               : n.op == Op::float_to_int ? vcvtps2dq
+                                                          : vcvttps2dq;
             shape = has(a, Shape::whole) || !wide_family() ? Shape::whole : Shape::half;
             for (int p = 0; p < count(n.type, shape); ++p)
                 result.push_back(emit(name, bits(n.type, shape), {any_operand(a, shape, p, bits(from, shape))}));
         } else if (type_size(n.type) == 8) {  // 32-bit lanes to doubles: a half of four lanes to a whole of four
-            const char* name = n.op == Op::int_to_float ? "vcvtdq2pd" : "vcvtps2pd";
+            const Mnemonic name = n.op == Op::int_to_float ? vcvtdq2pd : vcvtps2pd;
             if (scalar() && n.op == Op::widen) {
                 const Operand source = in_register(a, Shape::half, 0, 128);
-                result.push_back(emit("vcvtss2sd", 128, {source, source}));
+                result.push_back(emit(vcvtss2sd, 128, {source, source}));
             } else {
                 const int fours = whole_bits(n.type) == 256 ? 1 : 2;  // wholes that four lanes fill
                 for (int p = 0; p < whole_count(n.type); ++p) {
                     Operand source = in_register(a, Shape::half, p / fours, 128);
-                    if (p % fours == 1) source = reg(emit("vpshufd", 128, {source}, 0xee));
+                    if (p % fours == 1) source = reg(emit(vpshufd, 128, {source}, 0xee));
                     result.push_back(emit(name, whole_bits(n.type), {source}));
                 }
             }
         } else {  // doubles to 32-bit lanes
-            const char* name = n.op == Op::narrow ? "vcvtpd2ps" : n.op == Op::float_to_int ? "vcvtpd2dq" : "vcvttpd2dq";
+            const Mnemonic name = n.op == Op::narrow ? vcvtpd2ps : n.op == Op::float_to_int ? vcvtpd2dq : vcvttpd2dq;
             shape = Shape::half;
             for (int p = 0; p < whole_count(from); ++p) {
                 const Operand source = in_register(a, Shape::whole, p, whole_bits(from));
-                int r = scalar() && n.op == Op::narrow ? emit("vcvtsd2ss", 128, {source, source})
+                int r = scalar() && n.op == Op::narrow ? emit(vcvtsd2ss, 128, {source, source})
                                                        : emit(name, 128, {source});
                 // Zeros in the upper lanes become copies, unless nothing but the caller looks at the value.
-                if (width_ == 2 && is_read(k)) r = emit("vmovddup", 128, {reg(r)});
+                if (width_ == 2 && is_read(k)) r = emit(vmovddup, 128, {reg(r)});
                 result.push_back(r);
             }
-            if (narrow_ && width_ > 2) result = {emit("vunpcklpd", 128, {reg(result[0]), reg(result[1])})};
+            if (narrow_ && width_ > 2) result = {emit(vunpcklpd, 128, {reg(result[0]), reg(result[1])})};
         }
         set(k, shape, result);
         comment(k, int(result.size()) - 1, int(result.size()));
@@ -685,8 +728,8 @@ private:
         case Op::mask_narrow: {
             const int selector = n.op == Op::low_word ? 0x88 : 0xdd;
             for (int p = 0; p < half_count(n.type); ++p)
-                result.push_back(narrow ? emit("vpshufd", 128, {half(0, p)}, selector)
-                                        : emit("vshufps", 128, {half(0, 2 * p), half(0, 2 * p + 1)}, selector));
+                result.push_back(narrow ? emit(vpshufd, 128, {half(0, p)}, selector)
+                                        : emit(vshufps, 128, {half(0, 2 * p), half(0, 2 * p + 1)}, selector));
             break;
         }
         case Op::join_words:
@@ -694,14 +737,14 @@ private:
             const int low = n.op == Op::join_words ? 1 : 0;
             for (int p = 0; p < half_count(n.type); ++p)
                 result.push_back(
-                    emit(p % 2 == 0 ? "vpunpckldq" : "vpunpckhdq", 128, {half(low, p / 2), half(0, p / 2)}));
+                    emit(p % 2 == 0 ? vpunpckldq : vpunpckhdq, 128, {half(low, p / 2), half(0, p / 2)}));
             break;
         }
         default: {
-            const char* name = n.op == Op::zero_extend ? "vpmovzxdq" : "vpmovsxdq";
+            const Mnemonic name = n.op == Op::zero_extend ? vpmovzxdq : vpmovsxdq;
             for (int p = 0; p < half_count(n.type); ++p) {
                 Operand source = half(0, p / 2);
-                if (p % 2 == 1) source = reg(emit("vpshufd", 128, {source}, 0xee));
+                if (p % 2 == 1) source = reg(emit(vpshufd, 128, {source}, 0xee));
                 result.push_back(emit(name, 128, {source}));
             }
         }
@@ -715,12 +758,12 @@ private:
         std::vector<int> result;
         if (n.op == Op::join_words) {
             for (int p = 0; p < whole_count(n.type); ++p)
-                result.push_back(emit(p % 2 == 0 ? "vunpcklps" : "vunpckhps", 256,
+                result.push_back(emit(p % 2 == 0 ? vunpcklps : vunpckhps, 256,
                                       {in_register(n.args[1], Shape::whole, p / 2, 256),
                                        any_operand(n.args[0], Shape::whole, p / 2, 256)}));
         } else {
             for (int p = 0; p < whole_count(n.type); ++p)
-                result.push_back(emit("vshufps", 256,
+                result.push_back(emit(vshufps, 256,
                                       {in_register(n.args[0], Shape::whole, 2 * p, 256),
                                        in_register(n.args[0], Shape::whole, 2 * p + 1, 256)},
                                       n.op == Op::low_word ? 0x88 : 0xdd));
@@ -732,16 +775,16 @@ private:
     /// The processor shifts a register by one count: each lane is shifted apart, then the lanes are merged.
     void lay_out_shift_each(int k) {
         const Node& n = program_.nodes[k];
-        const char* name = n.op == Op::shift_left_each ? "vpsllq" : "vpsrlq";
+        const Mnemonic name = n.op == Op::shift_left_each ? vpsllq : vpsrlq;
         std::vector<int> result;
         for (int p = 0; p < half_count(n.type); ++p) {
             const Operand value = in_register(n.args[0], Shape::half, p, 128),
                           counts = in_register(n.args[1], Shape::half, p, 128);
             int r = emit(name, 128, {value, counts});
             if (!scalar()) {
-                const int upper = emit("vpshufd", 128, {counts}, 0xee);
+                const int upper = emit(vpshufd, 128, {counts}, 0xee);
                 const int high = emit(name, 128, {value, reg(upper)});
-                r = emit("vpblendw", 128, {reg(r), reg(high)}, 0xf0);
+                r = emit(vpblendw, 128, {reg(r), reg(high)}, 0xf0);
             }
             result.push_back(r);
         }
@@ -769,9 +812,9 @@ private:
         std::vector<Memory> entries;
         for (int lane = 0; lane < std::min(width_ == 3 ? 4 : width_, lanes()); ++lane) {
             const Operand indices = in_register(node.args[0], Shape::half, lane / 4, 128);
-            int index = lane % 4 == 0 ? emit("vmovd", 32, {indices}, -1, File::general)
-                                      : emit("vpextrd", 32, {indices}, lane % 4, File::general);
-            if (gather.low < 0) index = emit("movsxd", 64, {reg(index, 32)}, -1, File::general);
+            int index = lane % 4 == 0 ? emit(vmovd, 32, {indices}, -1, File::general)
+                                      : emit(vpextrd, 32, {indices}, lane % 4, File::general);
+            if (gather.low < 0) index = emit(movsxd, 64, {reg(index, 32)}, -1, File::general);
             Memory memory;
             memory.base = Memory::Base::block, memory.block = program_.tables[gather.table].block;
             memory.pointer = block_pointer(memory.block), memory.index = index;
@@ -796,7 +839,7 @@ private:
         return memory;
     }
 
-    int joined(int low, int high) { return emit("vinsertf128", 256, {reg(low, 256), reg(high, 128)}, 1); }
+    int joined(int low, int high) { return emit(vinsertf128, 256, {reg(low, 256), reg(high, 128)}, 1); }
 
     /// Pairs of 128-bit registers, lower lanes first, become whole ones where the width has them.
     std::vector<int> joined_pairs(const std::vector<int>& halves, bool whole) {
@@ -817,9 +860,9 @@ private:
         if (fields == 1) {
             std::vector<int> halves;
             for (int first = 0; first < n; first += 4) {
-                int r = emit("vmovss", 128, {mem(entries[first], 32)});
+                int r = emit(vmovss, 128, {mem(entries[first], 32)});
                 for (int lane = 1; lane < std::min(4, n - first); ++lane)
-                    r = emit("vinsertps", 128, {reg(r), mem(entries[first + lane], 32)}, lane << 4);
+                    r = emit(vinsertps, 128, {reg(r), mem(entries[first + lane], 32)}, lane << 4);
                 halves.push_back(r);
             }
             return as_forms({joined_pairs(halves, whole)}, whole);
@@ -827,8 +870,8 @@ private:
         if (fields == 2) {
             std::vector<int> low, high;  // lanes 0, 1 and lanes 2, 3 of each four
             for (int first = 0; first < n; first += 2) {
-                int r = emit("vmovsd", 128, {mem(entries[first], 64)});
-                if (first + 1 < n) r = emit("vmovhps", 128, {reg(r), mem(entries[first + 1], 64)});
+                int r = emit(vmovsd, 128, {mem(entries[first], 64)});
+                if (first + 1 < n) r = emit(vmovhps, 128, {reg(r), mem(entries[first + 1], 64)});
                 (first % 4 == 0 ? low : high).push_back(r);
             }
             low = joined_pairs(low, whole);
@@ -836,8 +879,8 @@ private:
             std::vector<int> a, b;
             for (std::size_t p = 0; p < low.size(); ++p) {
                 const int width = whole ? 256 : 128;
-                a.push_back(emit("vshufps", width, {reg(low[p]), reg(high[p])}, 0x88));
-                b.push_back(emit("vshufps", width, {reg(low[p]), reg(high[p])}, 0xdd));
+                a.push_back(emit(vshufps, width, {reg(low[p]), reg(high[p])}, 0x88));
+                b.push_back(emit(vshufps, width, {reg(low[p]), reg(high[p])}, 0xdd));
             }
             return as_forms({a, b}, whole);
         }
@@ -851,19 +894,19 @@ private:
                     rows[lane] = rows[0];
                     continue;
                 }
-                rows[lane] = emit("vmovups", 128, {mem(entries[first + lane], 128)});
+                rows[lane] = emit(vmovups, 128, {mem(entries[first + lane], 128)});
                 if (whole)
                     rows[lane] =
-                        emit("vinsertf128", 256, {reg(rows[lane], 256), mem(entries[first + lane + 4], 128)}, 1);
+                        emit(vinsertf128, 256, {reg(rows[lane], 256), mem(entries[first + lane + 4], 128)}, 1);
             }
-            const int ab_low = emit("vunpcklps", width, {reg(rows[0]), reg(rows[1])}),
-                      ab_high = emit("vunpckhps", width, {reg(rows[0]), reg(rows[1])});
-            const int cd_low = emit("vunpcklps", width, {reg(rows[2]), reg(rows[3])}),
-                      cd_high = emit("vunpckhps", width, {reg(rows[2]), reg(rows[3])});
-            values[0].push_back(emit("vunpcklpd", width, {reg(ab_low), reg(cd_low)}));
-            values[1].push_back(emit("vunpckhpd", width, {reg(ab_low), reg(cd_low)}));
-            values[2].push_back(emit("vunpcklpd", width, {reg(ab_high), reg(cd_high)}));
-            values[3].push_back(emit("vunpckhpd", width, {reg(ab_high), reg(cd_high)}));
+            const int ab_low = emit(vunpcklps, width, {reg(rows[0]), reg(rows[1])}),
+                      ab_high = emit(vunpckhps, width, {reg(rows[0]), reg(rows[1])});
+            const int cd_low = emit(vunpcklps, width, {reg(rows[2]), reg(rows[3])}),
+                      cd_high = emit(vunpckhps, width, {reg(rows[2]), reg(rows[3])});
+            values[0].push_back(emit(vunpcklpd, width, {reg(ab_low), reg(cd_low)}));
+            values[1].push_back(emit(vunpckhpd, width, {reg(ab_low), reg(cd_low)}));
+            values[2].push_back(emit(vunpcklpd, width, {reg(ab_high), reg(cd_high)}));
+            values[3].push_back(emit(vunpckhpd, width, {reg(ab_high), reg(cd_high)}));
         }
         return as_forms(values, whole);
     }
@@ -873,8 +916,8 @@ private:
         std::vector<std::vector<int>> values(fields);
         if (fields == 1) {
             for (int first = 0; first < n; first += 2) {
-                int r = emit("vmovsd", 128, {mem(entries[first], 64)});
-                if (first + 1 < n) r = emit("vmovhpd", 128, {reg(r), mem(entries[first + 1], 64)});
+                int r = emit(vmovsd, 128, {mem(entries[first], 64)});
+                if (first + 1 < n) r = emit(vmovhpd, 128, {reg(r), mem(entries[first + 1], 64)});
                 values[0].push_back(r);
             }
             values[0] = joined_pairs(values[0], whole);
@@ -889,14 +932,14 @@ private:
                         rows[lane] = rows[0];
                         continue;
                     }
-                    rows[lane] = emit("vmovups", 128, {mem(shifted(entries[first + lane], field * 8), 128)});
+                    rows[lane] = emit(vmovups, 128, {mem(shifted(entries[first + lane], field * 8), 128)});
                     if (whole)
                         rows[lane] =
-                            emit("vinsertf128", 256,
+                            emit(vinsertf128, 256,
                                  {reg(rows[lane], 256), mem(shifted(entries[first + lane + 2], field * 8), 128)}, 1);
                 }
-                values[field].push_back(emit("vunpcklpd", width, {reg(rows[0]), reg(rows[1])}));
-                values[field + 1].push_back(emit("vunpckhpd", width, {reg(rows[0]), reg(rows[1])}));
+                values[field].push_back(emit(vunpcklpd, width, {reg(rows[0]), reg(rows[1])}));
+                values[field + 1].push_back(emit(vunpckhpd, width, {reg(rows[0]), reg(rows[1])}));
             }
         }
         return as_forms(values, whole);
@@ -919,24 +962,24 @@ private:
         if (shape == Shape::half && !single) {  // the high words of two registers of long masks
             std::vector<int> words;
             for (std::size_t p = 0; p < registers.size(); p += 2)
-                words.push_back(emit("vshufps", 128, {reg(registers[p], 128), reg(registers[p + 1], 128)}, 0xdd));
+                words.push_back(emit(vshufps, 128, {reg(registers[p], 128), reg(registers[p + 1], 128)}, 0xdd));
             registers = words;
             single = true;
         }
         if (shape == Shape::half && registers.size() == 4) {
-            const auto pack = [&](const char* name, int low, int high) {
+            const auto pack = [&](Mnemonic name, int low, int high) {
                 return emit(name, 128, {reg(low, 128), reg(high, 128)});
             };
-            const int low = pack("vpackssdw", registers[0], registers[1]);
-            const int high = pack("vpackssdw", registers[2], registers[3]);
-            return emit("vpmovmskb", 32, {reg(pack("vpacksswb", low, high))}, -1, File::general);
+            const int low = pack(vpackssdw, registers[0], registers[1]);
+            const int high = pack(vpackssdw, registers[2], registers[3]);
+            return emit(vpmovmskb, 32, {reg(pack(vpacksswb, low, high))}, -1, File::general);
         }
         int all = -1;
         for (std::size_t p = 0; p < registers.size(); ++p) {
             const int bits = shape == Shape::half ? 128 : whole_bits(program_.nodes[node].type);
             const int lanes_each = bits / (single ? 32 : 64);
-            int part = emit(single ? "vmovmskps" : "vmovmskpd", 32, {reg(registers[p], bits)}, -1, File::general);
-            if (p > 0) part = emit("shl", 32, {reg(part, 32)}, int(p) * lanes_each, File::general);
+            int part = emit(single ? vmovmskps : vmovmskpd, 32, {reg(registers[p], bits)}, -1, File::general);
+            if (p > 0) part = emit(shl, 32, {reg(part, 32)}, int(p) * lanes_each, File::general);
             all = p == 0 ? part : or_general({all, part});
         }
         return all;
@@ -946,18 +989,17 @@ private:
     int any_mask(int node) {
         const Type type = program_.nodes[node].type;
         const Shape shape = has(node, Shape::whole) ? Shape::whole : Shape::half;
-        const char* suffix = type == Type::m32 ? "ps" : "pd";
         int all = parts(node, shape)[0];
         for (int p = 1; p < count(type, shape); ++p)
-            all = emit(std::string("vor") + suffix, bits(type, shape),
+            all = emit(bitwise_form(Op::bit_or, type, false), bits(type, shape),
                        {reg(all, bits(type, shape)), reg(parts(node, shape)[p], bits(type, shape))});
-        return emit(std::string("vmovmsk") + suffix, 32, {reg(all, bits(type, shape))}, -1, File::general);
+        return emit(type == Type::m32 ? vmovmskps : vmovmskpd, 32, {reg(all, bits(type, shape))}, -1, File::general);
     }
 
     int or_general(const std::vector<int>& registers) {
         int all = registers[0];
         for (std::size_t k = 1; k < registers.size(); ++k)
-            all = emit("or", 32, {reg(all, 32), reg(registers[k], 32)}, -1, File::general);
+            all = emit(or_, 32, {reg(all, 32), reg(registers[k], 32)}, -1, File::general);
         return all;
     }
 
@@ -987,23 +1029,22 @@ private:
             if (program_.nodes[own].type != program_.nodes[mask].type)
                 throw std::invalid_argument(program_.name +
                                             ": a rare test inside a section has another mask size than the section");
-            mask = combine_masks("and", mask, own);
+            mask = combine_masks(Op::bit_and, mask, own);
         }
         return mask;
     }
 
-    int or_masks(int a, int b) { return combine_masks("or", a, b); }
+    int or_masks(int a, int b) { return combine_masks(Op::bit_or, a, b); }
 
     /// Combines two masks in whichever form both have; the result gets a node number of its own.
-    int combine_masks(const char* name, int a, int b) {
+    int combine_masks(Op op, int a, int b) {
         const Type type = program_.nodes[a].type;
         const Shape shape = has(a, Shape::whole) && has(b, Shape::whole) ? Shape::whole : Shape::half;
         const bool integer = bits(type, shape) == 128 && integer_domain(a) && integer_domain(b);
         std::vector<int> result;
         for (int p = 0; p < count(type, shape); ++p)
             result.push_back(
-                emit(integer ? std::string("vp") + name : std::string("v") + name + (type == Type::m32 ? "ps" : "pd"),
-                     bits(type, shape),
+                emit(bitwise_form(op, type, integer), bits(type, shape),
                      {in_register(a, shape, p, bits(type, shape)), in_register(b, shape, p, bits(type, shape))}));
         Node combined = program_.nodes[a];
         combined.name.clear();
@@ -1057,8 +1098,8 @@ private:
     /// A register of its own for a value that is about to be replaced or pinned.
     int copied(int node, int part) {
         const int bits = whole_bits(program_.nodes[node].type);
-        if (is_constant(node)) return emit("vmovaps", bits, {constant_operand(node, bits)});
-        return emit("vmovaps", bits, {reg(parts(node, Shape::whole)[part], bits)});
+        if (is_constant(node)) return emit(vmovaps, bits, {constant_operand(node, bits)});
+        return emit(vmovaps, bits, {reg(parts(node, Shape::whole)[part], bits)});
     }
 
     void lay_out_section(int s) {
@@ -1114,7 +1155,7 @@ private:
             const int node = section.after[v];
             const Type type = program_.nodes[node].type;
             const int bits = whole_bits(type);
-            const char* name = type_size(type) == 4 ? "vblendvps" : "vblendvpd";
+            const Mnemonic name = blend_form(type);
             for (int p = 0; p < whole_count(type); ++p, ++next)
                 joins[next].after = emit(name, bits,
                                          {reg(joins[next].before, bits), any_operand(node, Shape::whole, p, bits),
@@ -1211,7 +1252,7 @@ private:
 
     std::vector<std::vector<int>> lay_out_rare_path(const std::vector<std::vector<int>>& outputs) {
         const int mask =
-            program_.always_rare ? emit("mov", 32, {}, (1 << width_) - 1, File::general) : rare_lanes_of(0);
+            program_.always_rare ? emit(mov, 32, {}, (1 << width_) - 1, File::general) : rare_lanes_of(0);
         const int s = int(kernel_.sections.size());
         kernel_.sections.emplace_back();
         rare_lanes_.emplace_back();
@@ -1251,12 +1292,12 @@ private:
         const int bits = whole_bits(type);
         for (int p = 0; p < whole_count(type); ++p)
             section.joins[p].after =
-                emit(type_size(type) == 4 ? "vblendvps" : "vblendvpd", bits,
+                emit(blend_form(type), bits,
                      {reg(section.joins[p].before, bits), any_operand(repair.after[0], Shape::whole, p, bits),
                       in_register(repair.mask, Shape::whole, p, bits)});
         const int finished = join_mask(repair.mask);
-        const int differing = emit("xor", 32, {reg(section.condition, 32), reg(finished, 32)}, -1, File::general);
-        section.repaired_mask = emit("and", 32, {reg(differing, 32), reg(section.condition, 32)}, -1, File::general);
+        const int differing = emit(xor_, 32, {reg(section.condition, 32), reg(finished, 32)}, -1, File::general);
+        section.repaired_mask = emit(and_, 32, {reg(differing, 32), reg(section.condition, 32)}, -1, File::general);
         Instruction end;
         end.kind = Instruction::Kind::end;
         for (const Joined& j : section.joins) end.uses.push_back(j.after);
@@ -1283,25 +1324,25 @@ private:
                     Memory target;
                     target.base = Memory::Base::result, target.offset = stored;
                     const int bits = kernel_.registers[r].bits;
-                    emit_store("vmovups", target, bits, r, bits);
+                    emit_store(vmovups, target, bits, r, bits);
                     stored += bits / 8;
                 }
             Operand pointer;
             pointer.kind = Operand::Kind::fixed, pointer.fixed = "rdi", pointer.bits = 64;
-            pin(emit("mov", 64, {pointer}, -1, File::general), 0);
+            pin(emit(mov, 64, {pointer}, -1, File::general), 0);
         } else if (width_ == 1 && results.size() == 2) {
             const bool wide = lane_size(results[0]) == 8, floating = tuvo::is_floating(results[0]);
-            const int packed = emit(!floating ? "vpunpckldq"
-                                    : wide    ? "vunpcklpd"
-                                              : "vunpcklps",
+            const int packed = emit(!floating ? vpunpckldq
+                                    : wide    ? vunpcklpd
+                                              : vunpcklps,
                                     128, {reg(outputs[0][0]), reg(outputs[1][0])});
             if (floating)
                 pin(packed, next++);
             else
-                pin(emit("vmovq", 64, {reg(packed)}, -1, File::general), 0);
+                pin(emit(vmovq, 64, {reg(packed)}, -1, File::general), 0);
         } else if (width_ == 1 && !tuvo::is_floating(results[0])) {
             const bool wide = lane_size(results[0]) == 8;
-            pin(emit(wide ? "vmovq" : "vmovd", wide ? 64 : 32, {reg(outputs[0][0])}, -1, File::general), 0);
+            pin(emit(wide ? vmovq : vmovd, wide ? 64 : 32, {reg(outputs[0][0])}, -1, File::general), 0);
         } else {
             for (std::size_t v = 0; v < results.size(); ++v)
                 for (int r : outputs[v]) {
@@ -1316,9 +1357,9 @@ private:
                 Memory target;
                 target.base = Memory::Base::out, target.offset = stored;
                 const int bits = std::min(kernel_.registers[r].bits, 8 * (bytes - int(stored)));
-                emit_store(bits == 32   ? "vmovss"
-                           : bits == 64 ? "vmovsd"
-                                        : "vmovups",
+                emit_store(bits == 32   ? vmovss
+                           : bits == 64 ? vmovsd
+                                        : vmovups,
                            target, bits, r, std::max(bits, 128));
                 stored += bits / 8;
             }

@@ -11,33 +11,15 @@
 namespace tuvo {
 namespace {
 
-enum class Unit : std::uint8_t { multiply, add, shuffle, integer, load, any };
-
 struct Cost {
     Unit unit;
     int latency;
 };
 
-bool starts_with(const std::string& text, const char* prefix) { return text.rfind(prefix, 0) == 0; }
-
 Cost cost_of(const Instruction& i) {
-    const std::string& m = i.mnemonic;
-    const auto is = [&](auto... prefixes) { return (starts_with(m, prefixes) || ...); };
     if (i.kind != Instruction::Kind::plain || i.is_store) return {Unit::any, 0};
-    if (is("vdiv", "vsqrt")) return {Unit::multiply, i.dst_bits == 256 ? 29 : 14};
-    if (is("vmul", "vrcp", "vrsqrt", "vpmul")) return {Unit::multiply, 5};
-    if (is("vadd", "vsub", "vcmp", "vmin", "vmax", "vround")) return {Unit::add, 3};
-    if (is("vcvt")) return {Unit::add, 4};
-    if (is("vblendv")) return {Unit::shuffle, 2};
-    if (is("vinsertf128", "vextractf128")) return {Unit::shuffle, 3};
-    if (is("vunpck", "vshuf", "vpshuf", "vpunpck", "vpack", "vpermil", "vand", "vor", "vxor", "vinsertps", "vmovddup",
-           "vpmov"))
-        return {Unit::shuffle, is("vpmovmskb") ? 2 : 1};
-    if (is("vmovmsk", "vpextr")) return {Unit::multiply, 3};
-    if (is("vmovh")) return {Unit::shuffle, 6};
-    if (is("vmovss", "vmovsd", "vmovups", "vmovd", "vmovq")) return {Unit::load, 5};
-    if (is("vp")) return {Unit::integer, 1};
-    return {Unit::any, 1};
+    const InstructionRow& row = row_of(i.mnemonic);
+    return {row.unit, i.dst_bits == 256 ? row.latency_256 : row.latency_128};
 }
 
 }  // namespace
@@ -84,7 +66,7 @@ std::vector<Instruction> schedule(const Kernel& kernel, const std::vector<Instru
                     if (reader != k) edge(reader, k, 0);
         }
         // The upper half of an argument is fetched before anything can move the lower half away.
-        if (i.mnemonic == "vextractf128" && kernel.registers[i.sources[0].reg].bits < 256)
+        if (i.mnemonic == Mnemonic::vextractf128 && kernel.registers[i.sources[0].reg].bits < 256)
             for (int after = k + 1; after < n; ++after) edge(k, after, 0);
         if (i.kind == Instruction::Kind::rare || i.kind == Instruction::Kind::end)
             for (int before = 0; before < k; ++before) edge(before, k, 0);
