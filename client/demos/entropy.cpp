@@ -76,8 +76,8 @@ bool show_entropy(const DemoOptions& options) {
     std::printf("%s: %.6f bits per byte over %llu bytes\n", name.c_str(), static_cast<double>(file_bits[0]),
                 static_cast<unsigned long long>(size));
     const std::string picture = (options.folder / "entropy.png").string();
-    write_png(draw_plot({.title = name, .values = block_bits, .level = file_bits[0], .step = block, .length = size}),
-              picture);
+    std::filesystem::create_directories(options.folder);
+    draw_plot({.title = name, .values = block_bits, .level = file_bits[0], .step = block, .length = size}, picture);
     std::printf("picture: %s\n", picture.c_str());
     return comparison.report("entropies");
 }

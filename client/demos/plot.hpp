@@ -1,11 +1,9 @@
-// A line chart of the entropy along a file.
+// A line chart of the entropy along a file, drawn by gnuplot.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <vector>
-
-#include "client/demos/png.hpp"
 
 namespace tuvo::client {
 
@@ -17,8 +15,8 @@ struct Plot {
     std::uint64_t length;       ///< bytes in the file
 };
 
-/// Where several blocks share a column of pixels, the line is their mean, and a band reaches from the lowest to the
-/// highest.
-Image draw_plot(const Plot& plot);
+/// Draws the chart as a PNG. Where several blocks share a column, the line is their mean, and a band reaches from the
+/// lowest to the highest. Throws `Failure` if gnuplot can't be run or doesn't draw.
+void draw_plot(const Plot& plot, const std::string& file);
 
 }  // namespace tuvo::client
