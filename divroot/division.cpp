@@ -79,8 +79,14 @@ const Describe families[] = {
     {{"divf"}, describe(divide<Type::f32>), {}},
     {{"divf_native", "divf_half", "divf_rm"},
      describe(divide_by_estimate),
-     {.ulp = 6145, .worst = {0x3f810ffe, 0x3f810fff}, .stand_in = StandIn::low, .thresholds = {0x00800000, 0x7e800000},
-      .domain = {0, 0x7fffffff, 0, 0x7e7fe800}}},
+     {.ulp = 6145,
+      .worst = {0x6325f7d4, 0x6425f7df},
+      .stand_in = StandIn::alternating,
+      .thresholds = {0x00800000, 0x7e800000},
+      .domain = {0, 0x7fffffff, 0, 0x7e7fe800},
+      .remark =
+          "From 2^126 (1 - 1.5 * 2^-12) to 2^126 the architecture lets the reciprocal of a divisor be zero, and so "
+          "the quotient"}},
     {{"invf"}, describe(reciprocal), {}},
     {{"invf_native", "invf_half", "invf_rm"},
      describe(reciprocal_by_estimate),

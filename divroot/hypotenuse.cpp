@@ -75,10 +75,7 @@ const Describe families[] = {
     // Squares and their sum stay normal from 2^-62 to 2^62.
     {{"hypotf_native"},
      describe(hypot_estimate),
-     {.ulp = 6145,
-      .worst = {0x417c2b5b, 0x403064e9},
-      .stand_in = StandIn::low,
-      .domain = {0x20800000, 0x5e800000}}},
+     {.ulp = 6145, .worst = {0x417c2b5b, 0x403064e9}, .stand_in = StandIn::low, .domain = {0x20800000, 0x5e800000}}},
     {{"hypot"},
      describe(hypot_double),
      {.ulp = 2.463,

@@ -230,13 +230,12 @@ Measured measure(const DescribedFamily& described) {
     return worst.measured();
 }
 
-Measured measure_stand_ins(const DescribedFamily& described, int per_exponent) {
-    const std::vector<Patterns> arguments =
-        arguments_of(*described.family, described.accuracy.thresholds, per_exponent, 0);
+Measured measure_stand_ins(const DescribedFamily& described, std::span<const StandIn> tried, std::size_t step) {
+    const std::vector<Patterns> arguments = arguments_of(*described.family, described.accuracy.thresholds, 1, 0);
     Worst worst(described);
-    for (StandIn stand_in : stand_ins) {
+    for (StandIn stand_in : tried) {
         const ByDescription results(described, stand_in);
-        for (std::size_t k = 0; k < arguments[0].size(); ++k) {
+        for (std::size_t k = 0; k < arguments[0].size(); k += step) {
             const Patterns lane = lane_of(arguments, k);
             worst.add(lane, results(lane), stand_in);
         }
@@ -270,8 +269,7 @@ Measured search(const DescribedFamily& described, int effort, const std::functio
         if (described.accuracy.worst.size() == family.arguments.size()) start(described.accuracy.worst);
         for (std::size_t k = 0; k < arguments[0].size(); ++k) start(lane_of(arguments, k));
         if (is_unary_float(family))  // all significands of two binades
-            for (std::uint32_t x = 0x3f800000; x < 0x40800000; x += effort < 5 ? 5 - effort : 1)
-                start({x});
+            for (std::uint32_t x = 0x3f800000; x < 0x40800000; x += effort < 5 ? 5 - effort : 1) start({x});
         keep_best();
         progress(worst.measured());
         for (auto& [error, lane] : starts) {
@@ -284,6 +282,23 @@ Measured search(const DescribedFamily& described, int effort, const std::functio
         progress(worst.measured());
     }
     return worst.measured();
+}
+
+std::array<double, 2> estimate_errors(const Estimates& estimates, std::uint32_t step) {
+    const auto largest = [&](const Description& estimate, std::uint32_t end, auto&& product) {
+        const Program program = record_program("estimate", 0, {Type::f32}, estimate.body);
+        double error = 0;
+        for (std::uint64_t x = 0x3f800000; x < end; x += step) {
+            const std::uint64_t pattern = interpret(program, {&x, 1}, false, false, estimates).outputs[0];
+            const double r = std::bit_cast<float>(static_cast<std::uint32_t>(pattern));
+            error = std::max(error, std::abs(product(std::bit_cast<float>(static_cast<std::uint32_t>(x)), r) - 1));
+        }
+        return error;
+    };
+    return {largest(describe(+[](F32 x) { return reciprocal_approximation(x); }), 0x40000000,
+                    [](double x, double r) { return r * x; }),
+            largest(describe(+[](F32 x) { return reciprocal_sqrt_approximation(x); }), 0x40800000,
+                    [](double x, double r) { return r * std::sqrt(x); })};
 }
 
 Exhaustive measure_all(const DescribedFamily& described, const std::function<void(double)>& progress) {
@@ -408,7 +423,8 @@ std::string hash_file() {
     std::ostringstream out;
     out << "# Hashes of each family's results over a fixed set of arguments, so that any changed bit is deliberate.\n"
            "# Written by `tuvo-accuracy --hashes`. Families that start from the processor's approximate reciprocal or\n"
-           "# reciprocal root, whose bits differ between processors, are hashed by their descriptions with exact ones.\n";
+           "# reciprocal root, whose bits differ between processors, are hashed by their descriptions with exact "
+           "ones.\n";
     for (const DescribedFamily& described : described_families()) {
         char line[100];
         std::snprintf(line, sizeof line, "%-24s %016llx\n", described.family->name().c_str(),

@@ -44,12 +44,15 @@ struct Measured {
 /// Runs the kernel of width 16 over stratified arguments, dense around the thresholds of the accuracy line, and over
 /// the line's own worst case. Throws std::runtime_error where a call breaks its contract.
 Measured measure(const DescribedFamily& described);
-/// The same with the interpreter and every stand-in, over fewer arguments: `per_exponent` random ones of each exponent.
-Measured measure_stand_ins(const DescribedFamily& described, int per_exponent);
+/// The same with the interpreter and stand-ins, over every `step`-th argument of fewer.
+Measured measure_stand_ins(const DescribedFamily& described, std::span<const StandIn> stand_ins, std::size_t step = 1);
 /// A search for the largest error over all stand-ins, or of a family without estimates by the processor: from the worst
 /// of stratified arguments it climbs by small changes, from more of them with more `effort` (1 takes some seconds).
 /// `progress` is told what was found, ever more.
 Measured search(const DescribedFamily& described, int effort, const std::function<void(const Measured&)>& progress);
+
+/// The largest relative errors of estimates, over every `step`-th significand: of the reciprocal, then of the root.
+std::array<double, 2> estimate_errors(const Estimates& estimates, std::uint32_t step = 1);
 
 /// Errors of a unary float family over all 2^32 arguments.
 struct Exhaustive {

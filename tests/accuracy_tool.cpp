@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <regex>
 #include <sstream>
 
@@ -60,30 +61,90 @@ std::string line_text(double ulp) {
     return text;
 }
 
+/// Where the figure of a family is reached, and what results there.
+std::string at_text(const Family& family, const Measured& measured) {
+    if (measured.ulp == 0) return " | ";
+    return lanes_text(family.arguments, measured.worst) + " | " + lanes_text(family.outputs(), measured.got);
+}
+
+std::string domain_text(const DescribedFamily& described) {
+    const std::vector<std::uint64_t>& domain = described.accuracy.domain;
+    const std::vector<Lane>& lanes = described.family->arguments;
+    std::string text;
+    for (std::size_t k = 0; k < domain.size(); k += 2)
+        text += (k ? " and " : ", of magnitude ") + lane_text(lanes[k / 2], domain[k]) + " to " +
+                lane_text(lanes[k / 2], domain[k + 1]);
+    return text;
+}
+
+std::string limit_text(const Family& family) {
+    std::ostringstream text;
+    if (const double limit = full_profile_limit(family); limit >= 0) text << limit;
+    return text.str();
+}
+
+bool starts_from_estimate(const DescribedFamily& described) {
+    return depends_on_processor(described) && described.accuracy.stand_in != StandIn::none;
+}
+
+/// Families whose results are the same on every processor.
 std::string table(const std::regex& filter) {
     std::ostringstream out;
     out << "| family | ulp | at | result | arguments tried | limit |\n|:---|---:|:---|:---|---:|---:|\n";
     for (const DescribedFamily& described : described_families()) {
         const Family& family = *described.family;
-        if (!std::regex_search(family.name(), filter)) continue;
+        if (!std::regex_search(family.name(), filter) || starts_from_estimate(described)) continue;
         out << "| " << family.name() << " | ";
         if (!has_oracle(family)) {
             out << "not measured | | | | |\n";
             continue;
         }
         const Measured measured = measure(described);
-        const bool exact = measured.ulp == 0;
-        const double limit = full_profile_limit(family);
-        out << line_text(measured.ulp) << " | " << (exact ? "" : lanes_text(family.arguments, measured.worst)) << " | "
-            << (exact ? "" : lanes_text(family.outputs(), measured.got)) << " | " << measured.inputs;
-        if (const std::vector<std::uint64_t>& domain = described.accuracy.domain; !domain.empty())
-            out << ", of magnitude " << lane_text(family.arguments[0], domain[0]) << " to "
-                << lane_text(family.arguments[0], domain[1]);
-        out << " | ";
-        if (limit >= 0) out << limit;
-        out << " |\n";
+        out << line_text(measured.ulp) << " | " << at_text(family, measured) << " | " << measured.inputs
+            << domain_text(described) << " | " << limit_text(family) << " |\n";
     }
     return out.str();
+}
+
+/// Families whose results depend on the processor's estimates.
+std::string estimates_table(const std::regex& filter) {
+    std::ostringstream out;
+    out << "| family | ulp, any processor | stand-in | at | result | exact estimates | here | arguments tried | limit "
+           "|\n"
+           "|:---|---:|:---|:---|:---|---:|---:|---:|---:|\n";
+    for (const DescribedFamily& described : described_families()) {
+        const Family& family = *described.family;
+        if (!std::regex_search(family.name(), filter) || !starts_from_estimate(described)) continue;
+        const Accuracy& line = described.accuracy;
+        Measured any{.worst = line.worst, .got = ByDescription(described, line.stand_in)(line.worst)};
+        any.ulp = error_of(family, any.worst, any.got);
+        const Measured exact = measure_stand_ins(described, std::array{StandIn::exact});
+        const Measured here = measure(described);
+        out << "| " << family.name() << " | " << line_text(any.ulp) << " | " << name_of(line.stand_in) << " | "
+            << at_text(family, any) << " | " << line_text(exact.ulp) << " | " << line_text(here.ulp) << " | "
+            << here.inputs << domain_text(described) << " | " << limit_text(family) << " |\n";
+    }
+    return out.str();
+}
+
+std::string estimates_text() {
+    const auto [reciprocal, root] = estimate_errors({});
+    char text[200];
+    std::snprintf(text, sizeof text, "%.3f * 2^-12 (`vrcpps`) and %.3f * 2^-12 (`vrsqrtps`)", reciprocal * 0x1p12,
+                  root * 0x1p12);
+    return text;
+}
+
+std::string remarks() {
+    std::string text;
+    std::map<std::string, std::string> families;  // by remark
+    for (const DescribedFamily& described : described_families())
+        if (const char* remark = described.accuracy.remark) {
+            std::string& names = families[remark];
+            names += (names.empty() ? "`" : ", `") + described.family->name() + "`";
+        }
+    for (const auto& [remark, names] : families) text += "- " + names + ": " + remark + ".\n";
+    return text;
 }
 
 constexpr const char* introduction = R"(# Accuracy
@@ -99,10 +160,26 @@ no longer gives the claimed error. Where magnitudes stand beside the number of a
 results for others as they come.
 
 The limit is that of the compute language's full profile for the operation, and for its half_ functions at the tier
-`_half`. It sets none for native_ functions. Results of families that start from the processor's approximate
-reciprocal can differ in the last bits between makers of processors.
+`_half`. It sets none for native_ functions.
 
 )";
+
+constexpr const char* about_estimates = R"(
+## Families that start from an estimate
+
+These start from the processor's approximate reciprocal or reciprocal root, whose bits are each maker's own. All that is
+promised of them is a relative error of at most 1.5 * 2^-12. The first figure is a bound for any processor: the largest
+error that a search has found over approximations computed in software that lie at the ends of what is allowed, and the
+one that gave it. `low` and `high` are the values farthest below and above the exact one, `alternating` takes either by
+the last bit of the argument, and `exact` is rounded to nearest, as emulators do. The test repeats the worst case with
+that stand-in, and so passes or fails alike on every machine. The last two figures are the largest errors over stratified
+arguments with exact estimates, and on the processor here, whose estimates are up to )";
+
+std::string document() {
+    const std::regex all("");
+    return introduction + table(all) + about_estimates + estimates_text() + " off.\n\n" + estimates_table(all) +
+           "\n## Remarks\n\n" + remarks();
+}
 
 int exhaustive(const std::string& name, const std::string& file) {
     const DescribedFamily* described = find_described(name);
@@ -159,11 +236,10 @@ int run(const std::vector<std::string>& arguments) {
         }
     }
     if (!family.empty()) return exhaustive(family, plot_file);
-    const std::string text = table(std::regex(filter));
     if (markdown.empty())
-        std::cout << text;
+        std::cout << table(std::regex(filter)) << "\n" << estimates_table(std::regex(filter));
     else
-        write_file(markdown, introduction + text);
+        write_file(markdown, document());
     return 0;
 }
 

@@ -25,6 +25,9 @@ struct Accuracy {
     /// or one for each; empty without limits. Only a family that leaves the results of other arguments as they come
     /// has one.
     std::vector<std::uint64_t> domain{};
+    /// Where a figure needs a word: why it exceeds the limit, what becomes of arguments outside the domain. A sentence
+    /// for the document, without a full stop.
+    const char* remark = nullptr;
 };
 
 struct DescribedFamily {
