@@ -35,6 +35,18 @@ Real cube_root(const Real& x) {
     return result;
 }
 Real inverse_cube_root(const Real& x) { return 1 / cube_root(x); }
+template <int (*function)(mpfr_ptr, mpfr_srcptr, mpfr_rnd_t)>
+Real by_mpfr(const Real& x) {
+    Real result;
+    function(result.mpfr(), x.mpfr(), MPFR_RNDN);
+    return result;
+}
+template <int (*function)(mpfr_ptr, mpfr_srcptr, mpfr_srcptr, mpfr_rnd_t)>
+Real by_mpfr(const Real& a, const Real& b) {
+    Real result;
+    function(result.mpfr(), a.mpfr(), b.mpfr(), MPFR_RNDN);
+    return result;
+}
 
 struct UnaryOracle {
     std::string_view operation;
@@ -54,6 +66,12 @@ constexpr UnaryOracle unary_oracles[] = {
     {"sin", sin, std::sin},
     {"cos", cos, std::cos},
     {"tan", tan, std::tan},
+    {"asin", by_mpfr<mpfr_asin>, std::asin},
+    {"acos", by_mpfr<mpfr_acos>, std::acos},
+    {"atan", atan, std::atan},
+    {"asinpi", by_mpfr<mpfr_asinpi>, [](double x) { return std::asin(x) / M_PI; }},
+    {"acospi", by_mpfr<mpfr_acospi>, [](double x) { return std::acos(x) / M_PI; }},
+    {"atanpi", by_mpfr<mpfr_atanpi>, [](double x) { return std::atan(x) / M_PI; }},
     {"inv", inverse, [](double x) { return 1 / x; }},
     {"sqrt", sqrt, std::sqrt},
     {"rsqrt", inverse_root, [](double x) { return 1 / std::sqrt(x); }},
@@ -89,6 +107,8 @@ std::optional<Real> oracle(std::string_view operation, std::span<const Real> arg
     if (operation == "sincos" || operation == "sincosreg") return output == 0 ? sin(arguments[0]) : cos(arguments[0]);
     if (operation == "div") return arguments[0] / arguments[1];
     if (operation == "hypot") return hypot(arguments[0], arguments[1]);
+    if (operation == "atan2") return by_mpfr<mpfr_atan2>(arguments[0], arguments[1]);
+    if (operation == "atan2pi") return by_mpfr<mpfr_atan2pi>(arguments[0], arguments[1]);
     return std::nullopt;
 }
 

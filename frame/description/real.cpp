@@ -140,4 +140,6 @@ Real cos(const Real& x) { return apply(mpfr_cos, x); }
 
 Real tan(const Real& x) { return apply(mpfr_tan, x); }
 
+Real atan(const Real& x) { return apply(mpfr_atan, x); }
+
 }  // namespace tuvo

@@ -79,5 +79,6 @@ Real log1p(const Real& x);
 Real sin(const Real& x);
 Real cos(const Real& x);
 Real tan(const Real& x);
+Real atan(const Real& x);
 
 }  // namespace tuvo
