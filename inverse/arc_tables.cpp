@@ -1,6 +1,6 @@
 #include "inverse/arc_tables.hpp"
 
-#include "frame/real.hpp"
+#include "frame/description/real.hpp"
 
 namespace tuvo {
 

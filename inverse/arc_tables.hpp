@@ -1,7 +1,7 @@
 // Tables of the arc tangents, computed by their rules.
 #pragma once
 
-#include "frame/registry.hpp"
+#include "frame/description/tables.hpp"
 
 namespace tuvo {
 

@@ -4,7 +4,7 @@
 // infinite: so the default tiers, which divide, finish every argument. The native tiers refine an estimate of the
 // reciprocal, and there infinity times zero is a NaN. The double default divides in any case, and uses that to move the
 // argument next to the nearest quarter, where a short polynomial does.
-#include "frame/families.hpp"
+#include "frame/description/families.hpp"
 #include "inverse/arc_tables.hpp"
 #include "inverse/arc_tangent_steps.hpp"
 

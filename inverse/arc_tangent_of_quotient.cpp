@@ -6,7 +6,7 @@
 //
 // Lanes with a zero, a very large or a very small magnitude can have quotients that underflow, and reciprocals do so
 // more easily; the rare routine takes them, and NaNs. Of atan2, those with a zero are finished on the way there.
-#include "frame/families.hpp"
+#include "frame/description/families.hpp"
 #include "inverse/arc_tangent_steps.hpp"
 
 namespace tuvo {

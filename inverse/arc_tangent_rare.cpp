@@ -2,7 +2,7 @@
 //
 // Of one argument, only what kernels send is served: to atan infinities, to atanpi tiny and huge numbers as well. Of a
 // quotient, every pair is.
-#include "frame/rare.hpp"
+#include "frame/description/rare.hpp"
 
 #pragma GCC visibility push(hidden)
 extern "C" {

@@ -2,7 +2,7 @@
 // and reciprocals from the processor's 12-bit estimate.
 #pragma once
 
-#include "frame/notation.hpp"
+#include "frame/description/notation.hpp"
 
 namespace tuvo {
 
