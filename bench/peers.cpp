@@ -32,6 +32,9 @@ constexpr Renamed renamed[] = {
     {"sincos", "sincos", ""},  // C's stores both
     {"frexp", "", "frexp"},    // the vector library splits it in two
     {"remquo", "", "remquo"},
+    // Half turns beside radians, which take one product less.
+    {"asinpi", "asin", "asin"},  {"acospi", "acos", "acos"},   {"atanpi", "atan", "atan"},
+    {"atan2pi", "atan2", "atan2"},
 };
 
 struct Names {

@@ -87,7 +87,7 @@ inline Pair arc_tangent_of_quotient(double y, double x) {
 inline double angle(double y, double x) {
     // The scale takes y to [1, 2), or near it; x follows, and stays a normal number.
     const int field = exponent_field(y);
-    const double scale = field == 0                                  ? 0x1p1022
+    const double scale = field == 0                                     ? 0x1p1022
                          : field == exponent_field_all_ones<double> - 1 ? 0x1p-1022
                                                                         : f64(std::uint64_t(0x7fe - field) << 52);
     const auto [H, L] = arc_tangent_of_quotient(__builtin_fabs(y) * scale, __builtin_fabs(x) * scale);
@@ -110,13 +110,11 @@ inline double finite_or_infinite_angle(double y, double x) {
     const double ay = __builtin_fabs(y), ax = __builtin_fabs(x);
     if (ax == infinity && ay == infinity) return with_sign(rounded(x < 0 ? three_quarters_pi : quarter_pi), y);
     if (ay == infinity) return with_sign(rounded(half_pi), y);
-    if (ax == infinity || ay == 0)
-        return __builtin_signbit(x) ? with_sign(rounded(pi), y) : with_sign(0.0, y);
+    if (ax == infinity || ay == 0) return __builtin_signbit(x) ? with_sign(rounded(pi), y) : with_sign(0.0, y);
     if (ax == 0) return with_sign(rounded(half_pi), y);
 
     const int difference = exponent_field(y) - exponent_field(x);
-    if (difference < -53)
-        return with_sign(x < 0 ? rounded(pi) : tiny_angle<T>(ay / ax), y);
+    if (difference < -53) return with_sign(x < 0 ? rounded(pi) : tiny_angle<T>(ay / ax), y);
     if (difference >= 74) return with_sign(rounded(half_pi), y);
     if (difference >= 54) return with_sign((half_pi.tail - x / ay) + half_pi.head, y);
     return angle(y, x);
@@ -156,7 +154,7 @@ RareStatus atanpif_rare(const float* x, float* out) {
     }
     const float a = __builtin_fabsf(*x);
     const double wide = a;
-    const double result = wide >= 0x1p54              ? rounded(half_pi)
+    const double result = wide >= 0x1p54           ? rounded(half_pi)
                           : exponent_field(a) == 0 ? static_cast<double>(a * a) + wide  // raises underflow
                                                    : (1.0 + wide) * wide;
     *out = static_cast<float>(with_sign(result * inv_pi, *x));

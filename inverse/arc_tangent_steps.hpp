@@ -22,18 +22,4 @@ F64 short_arc_tangent(F64 t);
 /// 1 / x by one Newton step. Zero for an |x| whose estimate underflows, from 2^126 on, and a NaN for infinity.
 F32 refined_reciprocal(F32 x);
 
-/// A value where the mask is clear, else zero.
-template <Type T>
-Value<T> unless(Value<mask_of(T)> mask, Value<T> value) {
-    return and_not(as_float(bits(mask)), value);
-}
-
-template <Type T>
-Value<T> half_pi() {
-    if constexpr (T == Type::f32)
-        return f32(0x3fc90fdb);  // 1.5707963705062866
-    else
-        return f64(0x3ff921fb54442d18);  // 1.5707963267948966
-}
-
 }  // namespace tuvo
