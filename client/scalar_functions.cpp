@@ -45,6 +45,16 @@ void append(std::vector<Entry>& table, Scalar element) {
     add(
         "rsqrt", +[](T x) { return 1 / std::sqrt(x); });
     add(
+        "sin", +[](T x) { return std::sin(x); });
+    add(
+        "cos", +[](T x) { return std::cos(x); });
+    add(
+        "tanh", +[](T x) { return std::tanh(x); });
+    add(
+        "cosh", +[](T x) { return std::cosh(x); });
+    add(
+        "atan", +[](T x) { return std::atan(x); });
+    add(
         "hypot", +[](T x, T y) { return std::hypot(x, y); });
     add(
         "fma", +[](T a, T b, T c) { return std::fma(a, b, c); });
