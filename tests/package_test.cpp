@@ -41,9 +41,9 @@ TEST_F(Package, ProgramsInThreeLanguagesCallVariants) {
 }
 
 TEST_F(Package, PkgConfigTellsWhatACompilerNeeds) {
-    const CommandResult ran = run("export PKG_CONFIG_PATH=\"$(dirname \"$(find installed -name tuvo.pc)\")\";"
+    const CommandResult ran = run("export PKG_CONFIG_PATH=\"$PWD/$(dirname \"$(find installed -name tuvo.pc)\")\";"
                                   "gcc -O3 -mavx -fno-math-errno '" TUVO_EXAMPLE "/loop.c' -o program"
-                                  " $(pkg-config --define-variable=prefix=$PWD/installed --cflags --libs tuvo-vector tuvo) -lm &&"
+                                  " $(pkg-config --cflags --libs tuvo-vector tuvo) -lm &&"
                                   "LD_LIBRARY_PATH=\"$PKG_CONFIG_PATH/..\" ./program");
     EXPECT_EQ(ran.status, 0) << ran.out;
 }
@@ -69,6 +69,26 @@ TEST_F(Package, AMissingObjectIsNamed) {
                                   " -Lalone -l:libtuvo-vector.so.1 -Wl,--unresolved-symbols=ignore-all && LD_LIBRARY_PATH=alone ./alone/program");
     EXPECT_NE(ran.status, 0);
     EXPECT_NE(ran.out.find("__ocl_tuvo_e9.so.3.5"), std::string::npos) << ran.out;
+}
+
+TEST_F(Package, TheArchiveIsWholeAndTheSameEachTime) {
+    const CommandResult packed = run("'" TUVO_PACK "' '" TUVO_BUILD "' once/tuvo.tar.xz && sleep 1.1 && umask 077 &&"
+                                     "'" TUVO_PACK "' '" TUVO_BUILD "' again/tuvo.tar.xz && cmp once/tuvo.tar.xz again/tuvo.tar.xz &&"
+                                     "mkdir unpacked && tar -C unpacked --strip-components=1 -xf once/tuvo.tar.xz");
+    ASSERT_EQ(packed.status, 0) << packed.out;
+    const CommandResult sums = run("cd unpacked && sha256sum --quiet -c SHA256SUMS && find . -type f | wc -l && wc -l < SHA256SUMS");
+    EXPECT_EQ(sums.status, 0) << sums.out;
+    EXPECT_EQ(std::stoi(sums.out), std::stoi(sums.out.substr(sums.out.find('\n'))) + 1) << "files without a checksum";
+    for (const std::string part : {"__ocl_tuvo_e9.so.3.5", "__ocl_tuvo_e9.so.debug", "exports.json", "exports.ll", "libtuvo-vector.so.1",
+                                   "kernels.h", "simd.h", "simd.f90", "tuvoConfig.cmake", "tuvo.pc", "README.md"})
+        EXPECT_NE(run("find unpacked -name '" + part + "'").out, "") << part;
+#ifdef TUVO_CLIENT
+    write_text(folder->path / "k.cl", "kernel void k(global const float4* x, global float4* y) { y[0] = log(x[0]); }");
+    const CommandResult ran = run("'" TUVO_CLIENT "' run k.cl k --size 1 list:f32:1,1,1,1 out:f32:-:4 --library"
+                                  " \"$(find unpacked -name '*.so.3.5')\" --manifest \"$(find unpacked -name exports.json)\"");
+    EXPECT_EQ(ran.status, 0) << ran.out;
+    EXPECT_NE(ran.out.find('0'), std::string::npos) << ran.out;
+#endif
 }
 
 }  // namespace
