@@ -301,6 +301,8 @@ std::array<double, 2> estimate_errors(const Estimates& estimates, std::uint32_t 
                     [](double x, double r) { return r * std::sqrt(x); })};
 }
 
+bool can_measure_all(const Family& family) { return is_unary_float(family) && FloatErrorScan::knows(family.operation); }
+
 Exhaustive measure_all(const DescribedFamily& described, const std::function<void(double)>& progress) {
     const Family& family = *described.family;
     const EightFloats kernel(family);

@@ -62,6 +62,8 @@ struct Exhaustive {
     /// By distance from 1 in floats, 2^k to 2^(k+1) - 1: below 1, then above.
     std::array<std::array<float, 23>, 2> near_one{};
 };
+/// Whether `measure_all` takes the family.
+bool can_measure_all(const Family& family);
 /// Tries them all, on all processors. `progress` is told the part done, from 0 to 1. Throws std::invalid_argument for
 /// other families and for those that FloatErrorScan doesn't know.
 Exhaustive measure_all(const DescribedFamily& described, const std::function<void(double)>& progress);

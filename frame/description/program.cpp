@@ -9,9 +9,9 @@
 namespace tuvo {
 namespace {
 
-Program* current = nullptr;
-int current_section = 0;
-int current_block = InBlock::pool;
+thread_local Program* current = nullptr;
+thread_local int current_section = 0;
+thread_local int current_block = InBlock::pool;
 
 struct Range {
     std::int64_t low = std::numeric_limits<std::int32_t>::min();
