@@ -79,7 +79,7 @@ std::string variant_name(Module& module, const Family& family, int width) {
     std::string text = "define internal " + result + " @" + name + "(";
     for (std::size_t i = 0; i < arguments.size(); ++i)
         text += (i ? ", " : "") + llvm_type(arguments[i].type) + " " + arguments[i].name;
-    text += ") nounwind willreturn readnone {\n";
+    text += ") alwaysinline nounwind willreturn readnone {\n";
     for (const std::string& line : body.lines) text += "  " + line + "\n";
     module.functions.push_back(text + "  ret " + result + " " + results[0].name + "\n}\n");
     return name;

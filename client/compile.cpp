@@ -84,28 +84,6 @@ std::vector<std::string> front_end(const std::string& clang, const std::filesyst
             program.string()};
 }
 
-/// The address spaces need no mapping: x86-64 gives those below 256 no meaning of their own.
-void retarget(llvm::Module& module, const std::string& features) {
-    auto machine = target_machine(features);
-    module.setTargetTriple(machine.getTargetTriple().str());
-    module.setDataLayout(llvm::cantFail(machine.getDefaultDataLayoutForTarget()));
-    for (llvm::Function& function : module) {
-        if (function.isIntrinsic()) continue;
-        function.setCallingConv(llvm::CallingConv::C);
-        // What the front end concluded about memory rests on declarations that say more than the kernels keep.
-        function.setAttributes(function.getAttributes().removeFnAttributes(module.getContext()));
-        function.addFnAttr(llvm::Attribute::NoUnwind);
-        function.addFnAttr("target-cpu", machine.getCPU());
-        function.addFnAttr("target-features", features);
-        for (llvm::Instruction& instruction : llvm::instructions(function))
-            if (auto* call = llvm::dyn_cast<llvm::CallInst>(&instruction);
-                call && !llvm::isa<llvm::IntrinsicInst>(call)) {
-                call->setCallingConv(llvm::CallingConv::C);
-                call->setAttributes(call->getAttributes().removeFnAttributes(module.getContext()));
-            }
-    }
-}
-
 }  // namespace
 
 llvm::orc::JITTargetMachineBuilder target_machine(const std::string& features) {
@@ -128,8 +106,38 @@ std::unique_ptr<llvm::Module> compile_program(llvm::LLVMContext& context, const 
     if (!module)
         throw Failure("cannot read the output of '" + clang + "': " + diagnostic.getMessage().str() +
                       "; take a clang that isn't newer than the LLVM " LLVM_VERSION_STRING " of this client");
-    retarget(*module, features);
+    auto machine = target_machine(features);
+    module->setTargetTriple(machine.getTargetTriple().str());
+    module->setDataLayout(llvm::cantFail(machine.getDefaultDataLayoutForTarget()));
+    use_c_calls(*module);
+    // What the front end concluded about memory rests on declarations that say more than the kernels keep.
+    for (llvm::Function& function : *module)
+        if (!function.isIntrinsic())
+            function.setAttributes(function.getAttributes().removeFnAttributes(module->getContext()));
     return module;
+}
+
+/// The address spaces need no mapping: x86-64 gives those below 256 no meaning of their own.
+void use_c_calls(llvm::Module& module) {
+    for (llvm::Function& function : module) {
+        if (!function.isIntrinsic()) function.setCallingConv(llvm::CallingConv::C);
+        for (llvm::Instruction& instruction : llvm::instructions(function))
+            if (auto* call = llvm::dyn_cast<llvm::CallInst>(&instruction);
+                call && !llvm::isa<llvm::IntrinsicInst>(call)) {
+                call->setCallingConv(llvm::CallingConv::C);
+                call->setAttributes(call->getAttributes().removeFnAttributes(module.getContext()));
+            }
+    }
+}
+
+void generate_for(llvm::Module& module, const std::string& features) {
+    const std::string processor = target_machine(features).getCPU();
+    for (llvm::Function& function : module) {
+        if (function.isDeclaration()) continue;
+        function.addFnAttr(llvm::Attribute::NoUnwind);
+        function.addFnAttr("target-cpu", processor);
+        function.addFnAttr("target-features", features);
+    }
 }
 
 }  // namespace tuvo::client

@@ -22,4 +22,10 @@ llvm::orc::JITTargetMachineBuilder target_machine(const std::string& features);
 std::unique_ptr<llvm::Module> compile_program(llvm::LLVMContext& context, const std::string& clang,
                                               const std::filesystem::path& program, const std::string& features);
 
+/// Makes all functions and calls of a module that the front end wrote those of the C convention.
+void use_c_calls(llvm::Module& module);
+
+/// Lets the module's functions be compiled for the client's processor with these features.
+void generate_for(llvm::Module& module, const std::string& features);
+
 }  // namespace tuvo::client

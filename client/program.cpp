@@ -8,21 +8,17 @@
 #include <fstream>
 #include <regex>
 
-#include <llvm/IR/IRBuilder.h>
 #include <llvm/IR/Metadata.h>
 #include <llvm/IR/Verifier.h>
 #include <llvm/Support/raw_ostream.h>
 
 #include "client/bind.hpp"
+#include "client/driver.hpp"
 #include "client/failure.hpp"
+#include "client/optimize.hpp"
 
 namespace tuvo::client {
 namespace {
-
-using llvm::Type;
-using llvm::Value;
-
-std::string driver_name(const std::string& kernel) { return "tuvo.run." + kernel; }
 
 /// Reads the front end's spelling of a parameter's type: "float __attribute__((ext_vector_type(4)))*".
 Parameter read_parameter(const std::string& type, bool local) {
@@ -55,50 +51,6 @@ std::vector<KernelSignature> read_signatures(const llvm::Module& module) {
     return kernels;
 }
 
-/// Adds `void tuvo.run.<kernel>(void** values, long first, long last, long size)`, which runs the kernel for the global
-/// ids from `first` up to, but without, `last`.
-void add_driver(llvm::Module& module, const KernelSignature& signature) {
-    llvm::LLVMContext& context = module.getContext();
-    llvm::Function* kernel = module.getFunction(signature.name);
-    Type* word = Type::getInt64Ty(context);
-    Type* address = llvm::PointerType::get(Type::getInt8Ty(context), 0);
-    auto* type = llvm::FunctionType::get(Type::getVoidTy(context),
-                                         {llvm::PointerType::get(address, 0), word, word, word}, false);
-    auto* driver = llvm::Function::Create(type, llvm::Function::ExternalLinkage, driver_name(signature.name), module);
-    driver->setAttributes(driver->getAttributes().addFnAttributes(
-        context, llvm::AttrBuilder(context, kernel->getAttributes().getFnAttrs())));
-    Value* values = driver->getArg(0);
-    Value* first = driver->getArg(1);
-    Value* last = driver->getArg(2);
-
-    auto* entry = llvm::BasicBlock::Create(context, "entry", driver);
-    auto* loop = llvm::BasicBlock::Create(context, "loop", driver);
-    auto* done = llvm::BasicBlock::Create(context, "done", driver);
-    llvm::IRBuilder<> builder(entry);
-    const WorkItem item = work_item(module);
-    builder.CreateStore(driver->getArg(3), item.global_size);
-    std::vector<Value*> arguments;
-    for (unsigned i = 0; i < kernel->arg_size(); ++i) {
-        Type* value_type = kernel->getArg(i)->getType();
-        Value* slot = builder.CreateLoad(address, builder.CreateConstGEP1_64(address, values, i));
-        Value* typed = builder.CreateBitCast(slot, llvm::PointerType::get(value_type, 0));
-        arguments.push_back(builder.CreateAlignedLoad(value_type, typed, llvm::Align(1)));
-    }
-    builder.CreateBr(loop);
-
-    builder.SetInsertPoint(loop);
-    llvm::PHINode* id = builder.CreatePHI(word, 2);
-    builder.CreateStore(id, item.global_id);
-    llvm::CallInst* call = builder.CreateCall(kernel, arguments);
-    call->setAttributes(kernel->getAttributes().removeFnAttributes(context));
-    Value* next = builder.CreateAdd(id, builder.getInt64(1));
-    builder.CreateCondBr(builder.CreateICmpULT(next, last), loop, done);
-    id->addIncoming(first, entry);
-    id->addIncoming(next, loop);
-    builder.SetInsertPoint(done);
-    builder.CreateRetVoid();
-}
-
 /// Moves the value out, or throws what went wrong, behind `what`.
 template <typename T>
 T take(llvm::Expected<T> value, const std::string& what) {
@@ -115,17 +67,33 @@ void check_readable(const std::filesystem::path& library) {
 struct BoundModule {
     std::unique_ptr<llvm::LLVMContext> context;
     std::unique_ptr<llvm::Module> module;
+    std::vector<KernelSignature> kernels;
 };
 
-BoundModule bound_module(const std::filesystem::path& source, const Settings& settings) {
-    const Manifest manifest = read_manifest(settings.manifest);
-    BoundModule bound{std::make_unique<llvm::LLVMContext>(), nullptr};
-    bound.module = compile_program(*bound.context, settings.clang, source, settings.features);
-    bind_builtins(*bound.module, manifest, {settings.relaxed_math, settings.scalar_libm});
+void verify(const llvm::Module& module) {
     std::string fault;
     llvm::raw_string_ostream stream(fault);
-    if (llvm::verifyModule(*bound.module, &stream))
-        throw std::logic_error("the bound module is broken: " + stream.str());
+    if (llvm::verifyModule(module, &stream)) throw std::logic_error("the bound module is broken: " + stream.str());
+}
+
+BoundModule bound_module(const std::filesystem::path& source, const Settings& settings) {
+    BoundModule bound{std::make_unique<llvm::LLVMContext>(), nullptr, {}};
+    bound.module = compile_program(*bound.context, settings.clang, source, settings.features);
+    bound.kernels = read_signatures(*bound.module);
+    bind_builtins(*bound.module, {settings.builtins, settings.scalar_libm});
+    generate_for(*bound.module, settings.features);
+    // No function calls itself in OpenCL C, so all can become part of the kernels.
+    for (llvm::Function& function : *bound.module)
+        if (!function.isDeclaration() && !function.hasFnAttribute(llvm::Attribute::NoInline))
+            function.addFnAttr(llvm::Attribute::AlwaysInline);
+    for (const KernelSignature& kernel : bound.kernels)
+        bound.module->getFunction(kernel.name)->removeFnAttr(llvm::Attribute::AlwaysInline);
+    inline_calls(*bound.module);
+    for (const KernelSignature& kernel : bound.kernels)
+        add_drivers(*bound.module, *bound.module->getFunction(kernel.name));
+    verify(*bound.module);
+    optimize(*bound.module, settings.features, settings.vectorize);
+    verify(*bound.module);
     return bound;
 }
 
@@ -137,8 +105,6 @@ Function* lookup(llvm::orc::LLJIT& jit, const std::string& name, const std::stri
     return reinterpret_cast<Function*>(take(jit.lookup(name), what).getAddress());
 #endif
 }
-
-using Driver = void(void**, std::uint64_t, std::uint64_t, std::uint64_t);
 
 }  // namespace
 
@@ -161,8 +127,7 @@ Program build_program(const std::filesystem::path& source, const Settings& setti
     check_readable(settings.library);
     BoundModule bound = bound_module(source, settings);
     Program program;
-    program.kernels = read_signatures(*bound.module);
-    for (const KernelSignature& kernel : program.kernels) add_driver(*bound.module, kernel);
+    program.kernels = bound.kernels;
 
     auto machine = target_machine(settings.features);
     program.jit = take(llvm::orc::LLJITBuilder().setJITTargetMachineBuilder(machine).create(), "cannot set up the JIT");
@@ -191,10 +156,11 @@ const KernelSignature& find_kernel(const Program& program, const std::string& na
 void run_kernel(const Program& program, const KernelSignature& kernel, std::vector<void*> values, std::uint64_t size,
                 const std::string& progress) {
     using Clock = std::chrono::steady_clock;
-    auto* driver = lookup<Driver>(*program.jit, driver_name(kernel.name), "cannot link the program to the library");
+    const std::string name = driver_name(kernel.name, size <= std::uint64_t{1} << 31);
+    auto* driver = lookup<Driver>(*program.jit, name, "cannot link the program to the library");
     const auto start = Clock::now();
     bool shown = false;
-    std::uint64_t chunk = 1;
+    std::uint64_t chunk = 64;
     for (std::uint64_t first = 0; first < size;) {
         const auto chunk_start = Clock::now();
         const std::uint64_t last = first + std::min(chunk, size - first);

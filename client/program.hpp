@@ -18,10 +18,10 @@ namespace tuvo::client {
 /// How programs are built.
 struct Settings {
     std::filesystem::path library;
-    std::filesystem::path manifest;
+    std::filesystem::path builtins;  ///< bitcode or text that defines them by calls of the library's kernels
     std::string clang;
     std::string features = default_features;
-    bool relaxed_math = false;
+    bool vectorize = true;     ///< several work-items at a time, where a program is written for one
     bool scalar_libm = false;  ///< the library's kernels are not used
 };
 
@@ -56,9 +56,9 @@ Program build_program(const std::filesystem::path& source, const Settings& setti
 /// The kernel of that name. Throws `Failure` with the names that there are.
 const KernelSignature& find_kernel(const Program& program, const std::string& name);
 
-/// Runs a kernel over the global ids 0 to `size` - 1, one after the other. `values[i]` is the address of argument i: of
-/// the pointer for a pointer parameter, of the value for any other. After a second, a line with the text of `progress`
-/// and the share done is kept up to date on stderr, unless the text is empty.
+/// Runs a kernel over the global ids 0 to `size` - 1, in ascending order or several at a time. `values[i]` is the
+/// address of argument i: of the pointer for a pointer parameter, of the value for any other. After a second, a line
+/// with the text of `progress` and the share done is kept up to date on stderr, unless the text is empty.
 void run_kernel(const Program& program, const KernelSignature& kernel, std::vector<void*> values, std::uint64_t size,
                 const std::string& progress = "");
 

@@ -10,7 +10,7 @@ namespace {
 
 struct Entry {
     std::string_view operation;
-    Scalar element;
+    Lane element;
     const void* function;
 };
 
@@ -30,7 +30,7 @@ std::int32_t saturated(T x) {
 
 /// The functions of one element type.
 template <typename T>
-void append(std::vector<Entry>& table, Scalar element) {
+void append(std::vector<Entry>& table, Lane element) {
     const auto add = [&](std::string_view operation, auto* function) {
         table.push_back({operation, element, address(function)});
     };
@@ -75,15 +75,15 @@ void append(std::vector<Entry>& table, Scalar element) {
 
 }  // namespace
 
-const void* scalar_function(const KernelKey& key) {
+const void* scalar_function(const Family& family) {
     static const std::vector<Entry> table = [] {
         std::vector<Entry> entries;
-        append<float>(entries, Scalar::f32);
-        append<double>(entries, Scalar::f64);
+        append<float>(entries, Lane::f32);
+        append<double>(entries, Lane::f64);
         return entries;
     }();
     for (const Entry& entry : table)
-        if (entry.operation == key.operation && entry.element == key.element) return entry.function;
+        if (entry.operation == family.operation && entry.element == family.element) return entry.function;
     return nullptr;
 }
 
