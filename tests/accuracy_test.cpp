@@ -61,6 +61,9 @@ TEST(Estimates, AreAllowedOnes) {
         EXPECT_EQ(estimates_of(StandIn::low).reciprocal_sqrt(x) < 1 / std::sqrt(x), true);
         EXPECT_EQ(estimates_of(StandIn::alternating).reciprocal(x) > 1 / x, odd);
     }
+    // Below the normal range there is nothing: emulators may differ there.
+    EXPECT_EQ(estimates_of(StandIn::high).reciprocal(0x1p127f), 0);
+    EXPECT_EQ(estimates_of(StandIn::exact).reciprocal(0x1p-127f), INFINITY);
 
     const auto expect_processors = [](const Description& estimate, std::initializer_list<std::uint64_t> arguments) {
         const Program program = record_program("estimate", 0, {Type::f32}, estimate.body);
@@ -71,7 +74,7 @@ TEST(Estimates, AreAllowedOnes) {
                     << hex({x});
     };
     expect_processors(describe(+[](F32 x) { return reciprocal_approximation(x); }),
-                      {0, 0x80000000, 0x7f800000, 0xff800000, 0x7f800001, 0xff912345, 0x7f7fffff, 0xff7fffff});
+                      {0, 0x80000000, 0x7f800000, 0xff800000, 0x7f800001, 0xff912345});
     expect_processors(describe(+[](F32 x) { return reciprocal_sqrt_approximation(x); }),
                       {0, 0x80000000, 0x7f800000, 0xff800000, 0x7f800001, 0xff912345, 0xc0000000});
 }
