@@ -207,9 +207,8 @@ one run is not to be compared with a figure of another.
   peers. Values that take the peer more than one call have none.
 - slower: how many times as long a call takes whose arguments are all large, against one whose arguments are small.
 
-The means leave out widths below 128 bits, width 3, and kernels that take less than two empty calls. Two operations
-pull them down: `fma` calls a routine of integer steps for every lane, which also sets the flags of one rounding; and
-`nextafterf` sends lanes of equal signs, here all of them, to its routine.
+The means leave out widths below 128 bits, width 3, and kernels that take less than two empty calls. One operation
+pulls them down: `fma` calls a routine of integer steps for every lane, which also sets the flags of one rounding.
 
 )";
     table.print(out);

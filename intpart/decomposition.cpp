@@ -85,7 +85,7 @@ Value<T> next_toward(Value<T> x, Value<T> y) {
     const I32 least = min(min(exponent_bits(x) + lowest, exponent_bits(y) + lowest), exponent_bits(result) + lowest);
     rare_if(i32(2 * Fields<T>::lowest_bit) > least);  // as in rare_unless_normal, for the three of them
     if constexpr (T == Type::f32)
-        rare_if(as_mask(differing ^ Bits(-1)));  // equal signs
+        rare_if(differing == Bits(0));  // an integer compare raises no flag for a signalling NaN
     else
         rare_if(x == y);
     return result;

@@ -121,7 +121,7 @@ constexpr Row integer_division(std::string_view operation, const Shape& shape, L
 
 constexpr Fill fill_one{.floating = 1.0};
 constexpr Fill fill_two{.floating = 2.0};
-constexpr Fill fill_opposite{.second = -0.75};  // equal numbers, and floats of equal signs, take the rare path
+constexpr Fill fill_opposite{.second = -0.75};  // equal numbers take the rare path
 constexpr Fill cleared{.floating = 0.0, .integer = 0};
 constexpr auto sat = Saturation::sat;
 constexpr auto nosat = Saturation::nosat;
