@@ -28,6 +28,8 @@ TEST_F(Package, ProgramsInThreeLanguagesCallVariants) {
                                     " && '" TUVO_CMAKE "' --build example");
     ASSERT_EQ(built.status, 0) << built.out;
     EXPECT_EQ(built.out.find("warning"), std::string::npos) << built.out;
+    const std::size_t bitcode = built.out.find("built-ins: ") + 11;
+    EXPECT_TRUE(std::filesystem::exists(built.out.substr(bitcode, built.out.find('\n', bitcode) - bitcode))) << built.out;
     const struct {
         const char *program, *variant;
     } cases[] = {{"loop_c", "_ZGVcN8v_expf"}, {"loop_cpp", "_ZGVcN4v_log"}, {"loop_f90", "_ZGVcN8v_log10f"}};
@@ -79,13 +81,13 @@ TEST_F(Package, TheArchiveIsWholeAndTheSameEachTime) {
     const CommandResult sums = run("cd unpacked && sha256sum --quiet -c SHA256SUMS && find . -type f | wc -l && wc -l < SHA256SUMS");
     EXPECT_EQ(sums.status, 0) << sums.out;
     EXPECT_EQ(std::stoi(sums.out), std::stoi(sums.out.substr(sums.out.find('\n'))) + 1) << "files without a checksum";
-    for (const std::string part : {"__ocl_tuvo_e9.so.3.5", "__ocl_tuvo_e9.so.debug", "exports.json", "exports.ll", "libtuvo-vector.so.1",
+    for (const std::string part : {"__ocl_tuvo_e9.so.3.5", "__ocl_tuvo_e9.so.debug", "exports.json", "exports.ll", "tuvo-builtins.bc", "libtuvo-vector.so.1",
                                    "kernels.h", "simd.h", "simd.f90", "tuvoConfig.cmake", "tuvo.pc", "README.md"})
         EXPECT_NE(run("find unpacked -name '" + part + "'").out, "") << part;
 #ifdef TUVO_CLIENT
     write_text(folder->path / "k.cl", "kernel void k(global const float4* x, global float4* y) { y[0] = log(x[0]); }");
     const CommandResult ran = run("'" TUVO_CLIENT "' run k.cl k --size 1 list:f32:1,1,1,1 out:f32:-:4 --library"
-                                  " \"$(find unpacked -name '*.so.3.5')\" --manifest \"$(find unpacked -name exports.json)\"");
+                                  " \"$(find unpacked -name '*.so.3.5')\" --builtins \"$(find unpacked -name tuvo-builtins.bc)\"");
     EXPECT_EQ(ran.status, 0) << ran.out;
     EXPECT_NE(ran.out.find('0'), std::string::npos) << ran.out;
 #endif
