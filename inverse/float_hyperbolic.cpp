@@ -116,7 +116,7 @@ const Describe families[] = {
     {{"sinhf"}, describe(sinh_default), {.ulp = 2.024, .worst = {0x3ec465e2}, .thresholds = thresholds}},
     {{"coshf"}, describe(cosh_default), {.ulp = 1.842, .worst = {0x4100219b}, .thresholds = thresholds}},
     {{"sinhf_native"}, describe(sinh_native), {.ulp = 1080, .worst = {0x397fffff}, .thresholds = thresholds}},
-    {{"coshf_native"}, describe(cosh_native), {.ulp = 380.4, .worst = {0x40902d74}, .thresholds = thresholds}},
+    {{"coshf_native"}, describe(cosh_native), {.ulp = 380.7, .worst = {0x40ff1498}, .thresholds = thresholds}},
     // The rows from 2 on are the widest for what the tangent bends there: 0.53 is the cubic's.
     {{"tanhf", "tanhf_native"}, describe(tanh_default), {.ulp = 1.027, .worst = {0xc006d5d2}, .thresholds = rows()}},
 };

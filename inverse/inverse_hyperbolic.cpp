@@ -57,7 +57,6 @@ struct Pair {
 
 constexpr std::uint32_t two_thirds = 0x3f2aaaab;
 constexpr std::uint32_t fraction_mask = 0x007fffff;
-constexpr std::uint32_t one = 0x3f800000;
 
 constexpr std::uint32_t log_default_polynomial[] = {
     0x3e0d84ed,  // 0.13820238
@@ -100,7 +99,7 @@ template <Length length>
 F32 logarithm(Pair<Type::f32> B, std::optional<M32> large = {}) {
     const I32 u = bits(B.head) - i32(two_thirds);
     const I32 e = shift_right_signed(u, 23);
-    const F32 scale = as_float(i32(one) - (e << 23)).as("2^-e");
+    const F32 scale = as_float(i32(0x3f800000) - (e << 23)).as("2^-e");
     // m in [2/3, 4/3). In wide parts the product spares taking it through halves.
     const F32 m = by_part_size(as_float((u & i32(fraction_mask)) + i32(two_thirds)), B.head * scale);
     const F32 t = ((m - 1.0f) + B.tail * scale).as("t");
@@ -132,16 +131,16 @@ F64 logarithm(Pair<Type::f64> B, std::optional<M64> large = {}) {
 
 /// 1 + V for V >= 0, without loss.
 Pair<Type::f32> one_plus(F32 V) {
-    const F32 M = max(F32(1.0f), V), mn = min(F32(1.0f), V);
-    const F32 B = M + mn;
-    return {B, mn + (M - B)};
+    const F32 one = 1.0f, larger = max(one, V), smaller = min(one, V);
+    const F32 B = one + V;
+    return {B, smaller + (larger - B)};
 }
 /// In double the head is cut, where that leaves the logarithm its bits: its product with an integer r is exact.
 Pair<Type::f64> one_plus(F64 V) {
-    const F64 M = max(F64(1.0), V), mn = min(F64(1.0), V);
+    const F64 one = 1.0, larger = max(one, V), smaller = min(one, V);
     const I64 mask = bits(V < f64(0x3e00000000000000)) | i64(0xfffffffffffffc00);  // below 2^-31
-    const F64 B = ((M + mn) & as_float(mask)).as("B");
-    return {B, mn + (M - B)};
+    const F64 B = ((one + V) & as_float(mask)).as("B");
+    return {B, smaller + (larger - B)};
 }
 
 // Roots.
@@ -273,8 +272,8 @@ Value<T> atanh(Value<T> x) {
     B.tail = B.tail + Qt;
     const Value<T> half = sign_bit(x) ^ constant<T>(T == Type::f32 ? 0x3f000000 : 0x3fe0000000000000);
     const Value<T> result = half * logarithm<length>(B);
-    // Where the square vanishes, and the products above might lose bits to the end of the range. -0 gives +0.
-    return select(a < constant<T>(Format<T>::atanh_tiny), x + x * x, result);
+    // x + x^2, where nothing is left of the square. -0 gives +0.
+    return select(a < constant<T>(Format<T>::atanh_tiny), x + 0.0f, result);
 }
 
 // Small, large or tiny arguments, the ends of the domains, and in double where the head of 1 + V begins to be cut.
