@@ -45,7 +45,7 @@ Fraction fraction_of_turn(F32 a) {
     return {high_word(sum).as("R0"), low_word(sum).as("R1")};
 }
 
-TurnRemainder reduce_to_turn(F32 x, Sign sign) {
+TurnRemainder<Type::f32> reduce_to_turn(F32 x, Sign sign) {
     const F32 a = sign == Sign::any ? abs(x) : x;
     const auto with_sign = [&](std::uint32_t pattern) {
         return sign == Sign::any ? bits(sign_bit(x)) | i32(pattern) : i32(pattern);
@@ -71,14 +71,14 @@ TurnRemainder reduce_to_turn(F32 x, Sign sign) {
     return {index, (where(tiny, x) | where(other, rh)).as("r"), where(other, rl).as("low part of r")};
 }
 
-SineSeries sine_series(const TurnRemainder& argument) {
+SineSeries<Type::f32> sine_series(const TurnRemainder<Type::f32>& argument) {
     const F32 r = argument.r, z = r * r;
     const F32 sine = r * (z * (f32(sine_2) * z + f32(sine_1)));
     const F32 cosine = z * (f32(cosine_2) * z + f32(cosine_1));
     return {r, argument.low, sine, cosine};
 }
 
-F32 sine_around(const SineSeries& series, int turn_table, I32 index) {
+F32 sine_around(const SineSeries<Type::f32>& series, int turn_table, I32 index) {
     const auto [cos_tail, sin_head, sin_tail, cos_head] = gather_quad<Type::f32>(turn_table, index << 4);
     const F32 r = series.r;
     // sinHead + cosHead r + cosTail r, and the roundings of the two sums: the powers of two make the first product

@@ -83,7 +83,7 @@ M32 is_large(F32 a) { return !(a <= f32(large_limit)); }
 F32 complete(F32 x, M32 large, F32 result, int rotation) {
     return if_any(large, result, [&] {
         rare_unless_finite(x);
-        const TurnRemainder reduced = reduce_to_turn(x);
+        const TurnRemainder<Type::f32> reduced = reduce_to_turn(x);
         const int points = table(sin_cos_turn_table(rotation), "sinCosTurnTable");
         return sine_around(sine_series(reduced), points, reduced.index);
     });
@@ -122,8 +122,8 @@ std::pair<F32, F32> sine_cosine(F32 x, Parts pi, Polynomial polynomial) {
     const F32 cosine = select(x == s, F32(1.0f), polynomial(uc, uc * uc));  // x is a zero if it equals its own sign bit
     const auto [all_sines, all_cosines] = if_any(large, std::tuple(sine, cosine), [&] {
         rare_unless_finite(x);
-        const TurnRemainder reduced = reduce_to_turn(abs(x), Sign::positive);
-        const SineSeries series = sine_series(reduced);
+        const TurnRemainder<Type::f32> reduced = reduce_to_turn(abs(x), Sign::positive);
+        const SineSeries<Type::f32> series = sine_series(reduced);
         const int points = table(sin_cos_turn_table(), "sinCosTurnTable");
         const I32 quarter_on = (reduced.index + i32(64)) & i32(255);
         return std::tuple(sine_around(series, points, reduced.index) ^ sign_bit(x),

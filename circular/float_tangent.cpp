@@ -49,7 +49,7 @@ struct PoleEntry {
     F32 r;
 };
 PoleEntry pole_entry(F32 x) {
-    const TurnRemainder reduced = reduce_to_turn(x);
+    const TurnRemainder<Type::f32> reduced = reduce_to_turn(x);
     const int points = table(tan_pole_table(), "tanPoleTable");
     const I32 i = reduced.index & i32(127);  // 256ths of a turn, and the tangent's period is half of one
     const I32 offset = (i << 5) + (i << 3);

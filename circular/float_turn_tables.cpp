@@ -2,28 +2,13 @@
 
 #include <cmath>
 
-#include "frame/description/real.hpp"
+#include "circular/table_rules.hpp"
 
 namespace tuvo {
 namespace {
 
-Real pi() {
-    Real value;
-    mpfr_const_pi(value.mpfr(), MPFR_RNDN);
-    return value;
-}
-
-Real floor(const Real& x) {
-    Real value;
-    mpfr_floor(value.mpfr(), x.mpfr());
-    return value;
-}
-
 void append(RawTable& table, const Real& value) { table.patterns.push_back(value.to_pattern(Lane::f32)); }
 Real nearest_float(const Real& value) { return value.to_float(); }
-
-/// sin(2 pi i / 256), with its zeros exact.
-Real sine_of_turn(int i) { return i % 128 == 0 ? Real() : sin(2 * pi() * i / 256); }
 
 /// The power of two nearest to |x| on the logarithmic scale, with the sign of x; of two, the larger.
 Real logarithmic_power(const Real& x) {
@@ -31,12 +16,6 @@ Real logarithmic_power(const Real& x) {
     // The logarithm's rounding to double makes the halves between two powers exact.
     const Real power = power_of_two(static_cast<int>(std::floor(log2(abs(x)).to_double() + 0.5)));
     return x.is_negative() ? -power : power;
-}
-
-/// The power of two nearest to x > 0 in distance.
-Real nearest_power(const Real& x) {
-    const Real power = power_of_two(x.exponent());
-    return x > 1.5 * power ? 2 * power : power;
 }
 
 struct Fit {
@@ -52,23 +31,14 @@ static_assert(std::size(fits) == 128);
 
 RawTable inv_two_pi_words() {
     RawTable table{.lane = Lane::u32, .fields = 3, .patterns = {}};
-    const Real word = power_of_two(32), all = power_of_two(96);
-    for (int e = 0; e < 256; ++e) {
-        const Real bits = floor(power_of_two(e - 54) / (2 * pi()));
-        Real rest = bits - floor(bits / all) * all;
-        for (const Real& unit : {word * word, word, Real(1)}) {
-            const Real digit = floor(rest / unit);
-            table.patterns.push_back(static_cast<std::uint64_t>(digit.to_double()));
-            rest = rest - digit * unit;
-        }
-    }
+    for (int e = 0; e < 256; ++e) append_words(table, span_of_inverse_two_pi(e - 54, 96), 3, 32);
     return table;
 }
 
 RawTable sin_cos_turn_table(int rotation) {
     RawTable table{.lane = Lane::f32, .fields = 4, .patterns = {}};
     for (int i = 0; i < 256; ++i) {
-        const Real sine = sine_of_turn(i + rotation), cosine = sine_of_turn(i + rotation + 64);
+        const Real sine = sine_of_turn(i + rotation, 256), cosine = sine_of_turn(i + rotation + 64, 256);
         const Real sine_head = nearest_float(sine), cosine_head = logarithmic_power(cosine);
         for (const Real& field : {cosine - cosine_head, sine_head, sine - sine_head, cosine_head}) append(table, field);
     }

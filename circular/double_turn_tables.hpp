@@ -1,0 +1,21 @@
+// Tables of the double circular functions for arguments beyond their main paths, computed by their rules.
+#pragma once
+
+#include "frame/description/tables.hpp"
+
+namespace tuvo {
+
+/// `invTwoPiWords64`: 2,048 rows of three 64-bit words, the most significant first, by the exponent field e of a
+/// double:
+///     W = floor(2^(e - 883) / (2 pi)) modulo 2^192.
+/// For |x| = m 2^(e - 1075) with the 53-bit significand m, m W modulo 2^192 is the fraction of |x| / (2 pi) in units of
+/// 2^-192. Rows up to e = 885 are zero.
+RawTable inv_two_pi_words64();
+
+/// `sinCosTurnTable64`: 512 entries (cosTail, cosHead, sinHead, sinTail) for the points t = 2 pi (i + rotation) / 512
+/// of the turn. cosHead is the power of two nearest to cos t, so that its products are exact; cosTail and sinHead are
+/// doubles, sinTail has 24 bits: sinHead + sinTail = sin t, cosHead + cosTail = cos t. Rotated by a quarter, 128, what
+/// finds the sine in it finds the cosine.
+RawTable sin_cos_turn_table64(int rotation = 0);
+
+}  // namespace tuvo
