@@ -10,10 +10,9 @@
 
 #include "circular/float_reduction.hpp"
 #include "circular/float_turn_tables.hpp"
-#include "tests/accuracy.hpp"
-#include "tests/call.hpp"
+#include "circular/table_rules.hpp"
+#include "tests/circular.hpp"
 #include "tests/inputs.hpp"
-#include "tests/library.hpp"
 
 // They return a status: 0, or 1 for an invalid argument.
 extern "C" {
@@ -27,24 +26,12 @@ int sincosregf_rare(const float* x, float* sine, float* cosine);
 namespace tuvo {
 namespace {
 
-using Row = std::vector<std::uint64_t>;
-using Patterns = std::vector<std::uint64_t>;
+using Row = Patterns;
 
 constexpr std::uint64_t sign = 0x80000000, one = 0x3f800000, infinity = 0x7f800000;
 
 std::uint32_t pattern_of(double x) { return std::bit_cast<std::uint32_t>(static_cast<float>(x)); }
 Real real(std::uint64_t pattern) { return Real::from_pattern(Lane::f32, pattern); }
-
-Row entry(const RawTable& table, int index) {
-    const auto first = table.patterns.begin() + index * table.fields;
-    return {first, first + table.fields};
-}
-
-Real pi() {
-    Real value;
-    mpfr_const_pi(value.mpfr(), MPFR_RNDN);
-    return value;
-}
 
 // Tables.
 
@@ -164,11 +151,6 @@ TEST(FloatReduction, FractionIsTheProductByColumnsAndNearTheExactOne) {
 
 // Kernels.
 
-Patterns results(const char* family, const Patterns& arguments, std::size_t output = 0, int width = 8) {
-    const Family& found = *find_family(family);
-    return call_all(find_kernel(found, width), found, width, {{arguments}}).outputs.at(output);
-}
-
 TEST(FloatCircular, ZerosAndTinyArguments) {
     const Patterns zeros{0, sign};
     for (const char* family : {"sinf", "sinf_native", "tanf", "tanf_native", "sincosf", "sincosf_native"})
@@ -191,16 +173,6 @@ TEST(FloatCircular, SineAndCosineTogetherAreTheSameInBothForms) {
         for (std::size_t output : {0, 1})
             for (int width : widths)
                 EXPECT_EQ(results(stored, arguments, output, width), results(returned, arguments, output, width));
-}
-
-void expect_errors_below(const char* family, double bound, const Patterns& arguments) {
-    const Family& found = *find_family(family);
-    const CallResult got = call_all(find_kernel(found, 16), found, 16, {{arguments}});
-    for (std::size_t k = 0; k < arguments.size(); ++k) {
-        Patterns outputs;
-        for (const Patterns& output : got.outputs) outputs.push_back(output[k]);
-        EXPECT_LE(error_of(found, {&arguments[k], 1}, outputs), bound) << family << std::hex << " 0x" << arguments[k];
-    }
 }
 
 TEST(FloatCircular, MultiplesOfAQuarterTurnBelowTheLimits) {
