@@ -8,6 +8,15 @@ namespace {
 void append(RawTable& table, const Real& value) { table.patterns.push_back(value.to_pattern(Lane::f64)); }
 Real nearest_double(const Real& value) { return value.to_double(); }
 
+struct Fit {
+    std::uint64_t value_tail, slope_tail, r2, r3, r4, r5, r6, r7;
+    double error;
+};
+constexpr Fit fits[] = {
+#include "fits/tan_pole_table64.inc"
+};
+static_assert(std::size(fits) == 256);
+
 }  // namespace
 
 RawTable inv_two_pi_words64() {
@@ -28,5 +37,22 @@ RawTable sin_cos_turn_table64(int rotation) {
     }
     return table;
 }
+
+RawTable tan_pole_table64() {
+    RawTable table{.lane = Lane::f64, .fields = 13, .patterns = {}};
+    for (int i = 0; i < 256; ++i) {
+        const auto& [u, near_pole, value, slope] = regular_tangent(i, 256);
+        const Fit& fit = fits[i];
+        for (const Real& field : {nearest_double(u), u - nearest_double(u), Real(near_pole), nearest_double(value)})
+            append(table, field);
+        table.patterns.push_back(fit.value_tail);
+        append(table, nearest_power(slope));
+        for (std::uint64_t fitted : {fit.slope_tail, fit.r2, fit.r3, fit.r4, fit.r5, fit.r6, fit.r7})
+            table.patterns.push_back(fitted);
+    }
+    return table;
+}
+
+double tan_pole_fit_error64(int entry) { return fits[entry].error; }
 
 }  // namespace tuvo

@@ -18,4 +18,18 @@ RawTable inv_two_pi_words64();
 /// finds the sine in it finds the cosine.
 RawTable sin_cos_turn_table64(int rotation = 0);
 
+/// `tanPoleTable64`: 256 entries of thirteen doubles for the points t = pi i / 256 of the half turn, with u = pi/2 - t
+/// the distance to the pole:
+///     poleDistHead + poleDistTail = u
+///     poleWeight                    1 for i from 64 to 191, else 0
+///     valueHead, valueTail, slopeHead, slopeTail, coefR2 to coefR7: for |r| up to half a step,
+///     tan(t + r) = poleWeight / (u - r) + (valueHead + valueTail) + (slopeHead + slopeTail) r + coefR2 r^2 + ...
+/// valueHead is the nearest double at r = 0; slopeHead the power of two nearest to the slope there. The others are
+/// fitted (fits/tan_pole_table64.sollya). The kernels read neither poleDistTail nor valueTail.
+RawTable tan_pole_table64();
+
+/// Largest error that the fit of an entry claims for its regular part, relative to it; at the pole itself, i = 128,
+/// absolute.
+double tan_pole_fit_error64(int entry);
+
 }  // namespace tuvo

@@ -3,17 +3,51 @@
 // Up to 8256, a multiple of pi/2 is subtracted in parts, and the tangent of what remains is a rational function; after
 // an odd multiple, minus its reciprocal. Larger arguments are reduced to the half turn out of line, where a table has
 // the tangent's expansion around 128 points, with the pole as a reciprocal of its own.
+#include "circular/float_tangent.hpp"
+
 #include "circular/float_reduction.hpp"
 #include "circular/float_turn_tables.hpp"
 #include "frame/description/families.hpp"
 
 namespace tuvo {
+
+PoleEntry pole_entry(I32 index) {
+    const int points = table(tan_pole_table(), "tanPoleTable");
+    const I32 offset = (index << 5) + (index << 3);
+    const auto f = gather_fields<Type::f32, 10>(points, offset);
+    return {f[0], f[1], f[2], f[3], f[4], f[5], f[6], f[7], f[8], f[9]};
+}
+
+/// The expansion without its value and the head of its slope, over r.
+static F32 higher_terms(const PoleEntry& e, F32 r) { return (r * r) * (e.r4 * r + e.r3) + (e.r2 * r + e.slope_tail); }
+
+F32 tangent_around_default(const PoleEntry& e, F32 r, F32 d) {
+    constexpr std::uint32_t head_mask = 0xfffff000;  // keeps 12 bits of a significand
+    // 1 / (u - r) = rc + corr. rc has 12 bits, and so has dh: eps is exact.
+    const F32 dc = (e.pole_dist_head - d) - r;
+    const F32 dh = d & f32(head_mask), rc = reciprocal_approximation(dh) & f32(head_mask);
+    const F32 dlo = dc + ((d - dh) + e.pole_dist_tail);
+    const F32 eps = 1.0f - dh * rc;
+    const F32 R = (rc + rc * eps) * (eps * eps + 1.0f);
+    const F32 q = dlo * R, corr = R * (q * q - (q - eps));
+    const F32 m0 = rc * e.pole_weight, m1 = e.pole_weight * corr;
+    // The three large terms, and what their sums round off.
+    const F32 a1 = e.slope_head * r, s1 = e.value_head + a1, s2 = a1 + (e.value_head - s1);
+    const F32 hd = s1 + m0, s3 = s2 + m1, s4 = s1 + (m0 - hd);
+    return hd + (r * higher_terms(e, r) + (e.value_tail + (s3 + s4)));
+}
+
+F32 tangent_around_short(const PoleEntry& e, F32 r, F32 d) {
+    const F32 c = reciprocal_approximation(d);
+    const F32 m = c * e.pole_weight, pole = m + m * (1.0f - d * c);
+    return (r * higher_terms(e, r) + (e.slope_head * r + e.value_head)) + pole;
+}
+
 namespace {
 
 constexpr std::uint32_t tan_limit = 0x46010000;      // 8256
 constexpr std::uint32_t round_shifter = 0x4b400000;  // 12582912, 1.5 x 2^23
 constexpr std::uint32_t two_over_pi = 0x3f22f983;    // 0.6366197466850281
-constexpr std::uint32_t head_mask = 0xfffff000;      // keeps 12 bits of a significand
 constexpr std::uint32_t half_pi_default[] = {
     0x3fc90000,  // 1.5703125
     0x39fda000,  // 0.0004837512969970703
@@ -43,49 +77,17 @@ F32 short_quotient(F32 numerator, F32 denominator) {
 }
 F32 true_quotient(F32 numerator, F32 denominator) { return numerator / denominator; }
 
-/// Fields of an entry of the table of the half turn, and the offset r from its point.
-struct PoleEntry {
-    F32 pole_dist_head, pole_dist_tail, pole_weight, value_head, value_tail, slope_head, slope_tail, r2, r3, r4;
-    F32 r;
-};
-PoleEntry pole_entry(F32 x) {
+using Around = F32 (*)(const PoleEntry& e, F32 r, F32 d);
+
+F32 large(F32 x, Around tangent_around) {
     const TurnRemainder<Type::f32> reduced = reduce_to_turn(x);
-    const int points = table(tan_pole_table(), "tanPoleTable");
-    const I32 i = reduced.index & i32(127);  // 256ths of a turn, and the tangent's period is half of one
-    const I32 offset = (i << 5) + (i << 3);
-    const auto f = gather_fields<Type::f32, 10>(points, offset);
-    return {f[0], f[1], f[2], f[3], f[4], f[5], f[6], f[7], f[8], f[9], reduced.r + reduced.low};
-}
-
-/// The expansion without its value and the head of its slope, over r.
-F32 higher_terms(const PoleEntry& e) { return (e.r * e.r) * (e.r4 * e.r + e.r3) + (e.r2 * e.r + e.slope_tail); }
-
-F32 large_default(F32 x) {
-    const PoleEntry e = pole_entry(x);
-    const F32 r = e.r;
-    // 1 / (u - r) = rc + corr. rc has 12 bits, and so has dh: eps is exact.
-    const F32 d = e.pole_dist_head - r, dc = (e.pole_dist_head - d) - r;
-    const F32 dh = d & f32(head_mask), rc = reciprocal_approximation(dh) & f32(head_mask);
-    const F32 dlo = dc + ((d - dh) + e.pole_dist_tail);
-    const F32 eps = 1.0f - dh * rc;
-    const F32 R = (rc + rc * eps) * (eps * eps + 1.0f);
-    const F32 q = dlo * R, corr = R * (q * q - (q - eps));
-    const F32 m0 = rc * e.pole_weight, m1 = e.pole_weight * corr;
-    // The three large terms, and what their sums round off.
-    const F32 a1 = e.slope_head * r, s1 = e.value_head + a1, s2 = a1 + (e.value_head - s1);
-    const F32 hd = s1 + m0, s3 = s2 + m1, s4 = s1 + (m0 - hd);
-    return hd + (r * higher_terms(e) + (e.value_tail + (s3 + s4)));
-}
-
-F32 large_short(F32 x) {
-    const PoleEntry e = pole_entry(x);
-    const F32 d = e.pole_dist_head - e.r, c = reciprocal_approximation(d);
-    const F32 m = c * e.pole_weight, pole = m + m * (1.0f - d * c);
-    return (e.r * higher_terms(e) + (e.slope_head * e.r + e.value_head)) + pole;
+    const PoleEntry e = pole_entry(reduced.index & i32(127));  // 256ths of a turn; the tangent's period is half of one
+    const F32 r = reduced.r + reduced.low;
+    return tangent_around(e, r, e.pole_dist_head - r);
 }
 
 template <std::size_t N>
-F32 tangent(F32 x, const std::uint32_t (&half_pi)[N], F32 (*quotient)(F32, F32), F32 (*large)(F32)) {
+F32 tangent(F32 x, const std::uint32_t (&half_pi)[N], F32 (*quotient)(F32, F32), Around tangent_around) {
     const F32 a = abs(x);
     const M32 is_large = !(a <= f32(tan_limit));
     const F32 t = a * f32(two_over_pi) + f32(round_shifter);
@@ -101,12 +103,12 @@ F32 tangent(F32 x, const std::uint32_t (&half_pi)[N], F32 (*quotient)(F32, F32),
     const F32 result = quotient(select(odd, q, p), select(odd, p, q)) ^ sign;
     return if_any(is_large, result, [&] {
         rare_unless_finite(x);
-        return large(x);
+        return large(x, tangent_around);
     });
 }
 
-F32 tangent_default(F32 x) { return tangent(x, half_pi_default, true_quotient, large_default); }
-F32 tangent_short(F32 x) { return tangent(x, half_pi_short, short_quotient, large_short); }
+F32 tangent_default(F32 x) { return tangent(x, half_pi_default, true_quotient, tangent_around_default); }
+F32 tangent_short(F32 x) { return tangent(x, half_pi_short, short_quotient, tangent_around_short); }
 
 constexpr std::uint32_t quarter_pi = 0x3f490fdb;  // 0.78539819, where the quotient begins to be odd
 

@@ -48,15 +48,7 @@ RawTable sin_cos_turn_table(int rotation) {
 RawTable tan_pole_table() {
     RawTable table{.lane = Lane::f32, .fields = 10, .patterns = {}};
     for (int i = 0; i < 128; ++i) {
-        const Real t = pi() * i / 128, u = pi() * (64 - i) / 128;
-        const bool near_pole = i >= 32 && i <= 95;
-        // At the pole the regular part of tan(pi/2 + r) = -1/tan r is r/3 + ...
-        Real value, slope = Real(1) / 3;
-        if (i != 64) {
-            value = tan(t);
-            slope = 1 + value * value;
-            if (near_pole) value = value - 1 / u, slope = slope - 1 / (u * u);
-        }
+        const auto& [u, near_pole, value, slope] = regular_tangent(i, 128);
         const Fit& fit = fits[i];
         for (const Real& field : {nearest_float(u), u - nearest_float(u), Real(near_pole), nearest_float(value)})
             append(table, field);

@@ -40,6 +40,23 @@ inline Real nearest_power(const Real& x) {
     return x.is_negative() ? -nearest : nearest;
 }
 
+/// The tangent at an inner point i of `points` on the half turn, without its pole if that is near: value and slope.
+struct RegularTangent {
+    Real pole_distance;
+    bool near_pole;
+    Real value, slope;
+};
+inline RegularTangent regular_tangent(int i, int points) {
+    RegularTangent at{pi() * (points / 2 - i) / points, i >= points / 4 && i < 3 * points / 4, {}, Real(1) / 3};
+    if (2 * i == points) return at;  // at the pole the regular part of tan(pi/2 + r) = -1 / tan r is r/3 + ...
+    at.value = tan(pi() * i / points);
+    at.slope = 1 + at.value * at.value;
+    if (!at.near_pole) return at;
+    at.value = at.value - 1 / at.pole_distance;
+    at.slope = at.slope - 1 / (at.pole_distance * at.pole_distance);
+    return at;
+}
+
 /// Appends the words of an integer, each of `bits`, the most significant first.
 inline void append_words(RawTable& table, const Real& integer, int words, int bits) {
     Real rest = integer;

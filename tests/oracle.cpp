@@ -48,6 +48,18 @@ Real by_mpfr(const Real& a, const Real& b) {
     return result;
 }
 
+// Of pi times x; zeros, and the poles of the tangent, come out exact.
+double fast_sinpi(double x) {
+    const double r = std::remainder(x, 2);
+    return std::sin(M_PI * (std::abs(r) <= 0.5 ? r : std::copysign(1, r) - r));
+}
+double fast_cospi(double x) {
+    const double r = std::abs(std::remainder(x, 2));
+    if (r < 0.25) return std::cos(M_PI * r);
+    return r <= 0.75 ? std::sin(M_PI * (0.5 - r)) : -std::cos(M_PI * (1 - r));
+}
+double fast_tanpi(double x) { return fast_sinpi(x) / fast_cospi(x); }
+
 struct UnaryOracle {
     std::string_view operation;
     Real (*exact)(const Real&);
@@ -78,6 +90,9 @@ constexpr UnaryOracle unary_oracles[] = {
     {"asinh", by_mpfr<mpfr_asinh>, std::asinh},
     {"acosh", by_mpfr<mpfr_acosh>, std::acosh},
     {"atanh", by_mpfr<mpfr_atanh>, std::atanh},
+    {"sinpi", by_mpfr<mpfr_sinpi>, fast_sinpi},
+    {"cospi", by_mpfr<mpfr_cospi>, fast_cospi},
+    {"tanpi", by_mpfr<mpfr_tanpi>, fast_tanpi},
     {"inv", inverse, [](double x) { return 1 / x; }},
     {"sqrt", sqrt, std::sqrt},
     {"rsqrt", inverse_root, [](double x) { return 1 / std::sqrt(x); }},
