@@ -119,6 +119,47 @@ TEST(DoubleTurnTables, PointsOfTheTurn) {
     }
 }
 
+TEST(DoubleTurnTables, PointsOfTheHalfTurn) {
+    const RawTable table = tan_pole_table64();
+    ASSERT_EQ(table.patterns.size(), 256u * 13);
+    const std::pair<int, Row> known[] = {
+        {1,
+         {0x3ff8efb75d9ba4be, 0x3c760b679ab8cd3b, 0, 0x3f89224e047e368e, 0xbc1a268eb2c67108, one, 0x3f23bdbead8cf800,
+          0x3f8923461ae96d62, 0x3fd5589fb822d5ee, 0x3f80c326dcdcfcd0, 0x3fc116a999125b7f, 0x3f7300cc26596ada,
+          0x3fab7b6f1de289a8}},
+        {64,
+         {0x3fe921fb54442d18, 0x3c81a62633145c07, one, 0xbfd17cc1b727220b, 0x3c7ac07996df1e94, 0x3fe0000000000000,
+          0xbfbf02f6222c71fb, 0xbfb068bd68baefc3, 0x3fa3c0213e30b2a4, 0xbf8a5494a0dd32b3, 0x3f7940cd1d8e923e,
+          0xbf63cc1be5088783, 0x3f3fa4a6a27659ee}},
+        {128,
+         {0, 0, one, 0, 0, 0x3fd0000000000000, 0x3fb5555555555555, 0, 0x3f96c16c16c4a87e, 0, 0x3f615658c88fb22b, 0,
+          0x3f45feb9dabeddc8}},
+    };
+    for (const auto& [i, row] : known) EXPECT_EQ(entry(table, i), row) << i;
+}
+
+// The error that the fit claims, measured again from the stored doubles. The claims round up at their eighth bit.
+TEST(DoubleTurnTables, FitsOfTheTangentAreAsCloseAsTheyClaim) {
+    const RawTable table = tan_pole_table64();
+    const Real half_step = pi() / 512 * (1 + power_of_two(-10));
+    for (int i = 0; i < 256; ++i) {
+        std::vector<Real> e;
+        for (std::uint64_t pattern : entry(table, i)) e.push_back(real(pattern));
+        Real largest;
+        for (int k = -32; k <= 32; ++k) {
+            const Real r = half_step * k / 32 + power_of_two(-60);
+            const Real regular = tan(pi() * i / 256 + r) - e[2] / (pi() * (128 - i) / 256 - r);
+            Real fit = e[12];
+            for (int degree = 6; degree >= 2; --degree) fit = e[std::size_t(degree) + 5] + r * fit;
+            fit = (e[3] + e[4]) + r * ((e[5] + e[6]) + r * fit);
+            const Real error = abs(i == 128 ? fit - regular : fit / regular - 1);
+            if (error > largest) largest = error;
+        }
+        EXPECT_LE(largest, tan_pole_fit_error64(i)) << i;
+        EXPECT_GE(largest, 0.8 * tan_pole_fit_error64(i)) << i;
+    }
+}
+
 // The reduction.
 
 TEST(DoubleReduction, FractionIsNearTheExactOne) {
@@ -147,7 +188,8 @@ TEST(DoubleReduction, FractionIsNearTheExactOne) {
 
 TEST(DoubleCircular, ZerosAndTinyArguments) {
     const Patterns zeros{0, sign};
-    for (const char* family : {"sin", "sincos"}) EXPECT_EQ(results(family, zeros), zeros) << family;
+    for (const char* family : {"sin", "sincos", "tan", "tan_native"})
+        EXPECT_EQ(results(family, zeros), zeros) << family;
     EXPECT_EQ(results("sincos", zeros, 1), Patterns(2, one));
     EXPECT_EQ(results("cos", {0, sign, 1, sign | 1, 0x3c90000000000000, 0xbc90000000000000}), Patterns(6, one));
     for (double x : {1e-20, -3e-200, 5e-324, -2.3e-308})
@@ -167,7 +209,7 @@ TEST(DoubleCircular, MultiplesOfAQuarterTurnBelowTheLimits) {
     for (int e = 1023; e < 1023 + 23; ++e) arguments.push_back(nearest_to_quarter_turns(e));
     for (double k = 1; k < 5340353; k = std::ceil(k * 1.02))
         for (int ulp = -2; ulp <= 2; ++ulp) arguments.push_back(pattern_of(k * M_PI_2) + std::uint64_t(ulp));
-    for (const char* family : {"sin", "cos", "sincos"})
+    for (const char* family : {"sin", "cos", "sincos", "tan"})
         expect_errors_below(family, find_described(family)->accuracy.ulp, arguments);
 }
 
@@ -176,6 +218,8 @@ TEST(DoubleCircular, LargeArguments) {
     for (std::uint64_t x : hardest_arguments())
         if (x > pattern_of(0x1p24)) arguments.push_back(x);
     for (const char* family : {"sin", "cos", "sincos"}) expect_errors_below(family, 0.52, arguments);
+    for (const char* family : {"tan", "tan_native"}) expect_errors_below(family, 3.4, arguments);
+    EXPECT_EQ(results("tan", arguments), results("tan_native", arguments));
     for (const auto& [family, is_odd] : {std::pair{"sin", true}, {"cos", false}}) {
         const Patterns expected = results(family, arguments);
         EXPECT_EQ(results(family, negated(arguments)), is_odd ? negated(expected) : expected) << family;
@@ -185,7 +229,7 @@ TEST(DoubleCircular, LargeArguments) {
 // The rare routines.
 
 TEST(DoubleCircularRare, InfinityIsInvalidAndNanIsQuieted) {
-    for (const char* family : {"sin", "cos"}) {
+    for (const char* family : {"sin", "cos", "tan"}) {
         const Family& found = *find_family(family);
         for (std::uint64_t x : {infinity, sign | infinity})
             EXPECT_EQ(call_rare(found, {x}), (RareResult{0xfff8000000000000, 1, _MM_EXCEPT_INVALID})) << family;
