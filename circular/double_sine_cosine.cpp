@@ -176,8 +176,14 @@ F64 sine_default(F64 x) { return sine(x, sine_default_steps); }
 F64 cosine_default(F64 x) { return cosine(x, cosine_default_steps); }
 std::pair<F64, F64> sine_cosine_default(F64 x) { return sine_cosine(x, sincos_default_steps); }
 
+F64 sine_short(F64 x) { return sine(x, short_steps); }
+F64 cosine_short(F64 x) { return cosine(x, short_steps); }
+std::pair<F64, F64> sine_cosine_short(F64 x) { return sine_cosine(x, short_steps); }
+
 // Where the cosine is 1 because x vanishes beside pi/2.
 constexpr std::uint64_t tiny_cosine = 0x3ca0000000000000;  // 2^-53
+
+const std::vector<std::uint64_t> short_domain{0, 0x41cfffffffffffff};  // below 2^30
 
 const Describe families[] = {
     {{"sin"},
@@ -189,6 +195,20 @@ const Describe families[] = {
     {{"sincos", "sincosreg"},
      describe(sine_cosine_default),
      {.ulp = 3.723, .worst = {0x4153cc301ad666cf}, .thresholds = {half_pi, cosine_limit}}},
+    // The shorter polynomial loses accuracy by design. From 2^30 on the rare routine keeps some 50 bits after the point
+    // only, so that next to zeros of the sine and cosine all digits can be lost: docs/large-arguments.md.
+    {{"sin_native"},
+     describe(sine_short),
+     {.ulp = 6.143e7, .worst = {0x40131197d3ba429b}, .thresholds = {half_pi, sine_limit}, .domain = short_domain}},
+    {{"cos_native"},
+     describe(cosine_short),
+     {.ulp = 6.143e7,
+      .worst = {0xbfac11b1867be7e7},
+      .thresholds = {tiny_cosine, half_pi, cosine_limit},
+      .domain = short_domain}},
+    {{"sincos_native", "sincosreg_native"},
+     describe(sine_cosine_short),
+     {.ulp = 6.143e7, .worst = {0xbfac11b1867be7e7}, .thresholds = {half_pi, cosine_limit}, .domain = short_domain}},
 };
 
 }  // namespace

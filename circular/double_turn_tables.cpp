@@ -38,6 +38,29 @@ RawTable sin_cos_turn_table64(int rotation) {
     return table;
 }
 
+RawTable circle_points_table() {
+    RawTable table{.lane = Lane::f64, .fields = 4, .patterns = {}};
+    for (int i = 0; i < 64; ++i) {
+        const Real sine = sine_of_turn(i, 64), cosine = sine_of_turn(i + 16, 64);
+        const Real cosine_head = nearest_power(cosine), sine_head = nearest_double(sine);
+        append(table, cosine - cosine_head);
+        append(table, sine_head);
+        append(table, with_bits(sine - sine_head, 24, MPFR_RNDN));
+        append(table, cosine_head);
+    }
+    return table;
+}
+
+RawTable four_over_pi_slices_table() {
+    RawTable table{.lane = Lane::f64, .fields = 1, .patterns = {}};
+    for (int k = 0; k <= 50; ++k) {
+        // Bits 2^(1 - 25 k) to 2^(25 - 25 k) of 4/pi, which is 8 / (2 pi).
+        const bool used = k >= 1 && k <= 49;
+        append(table, used ? span_of_inverse_two_pi(25 * k + 2, 25) * power_of_two(201 - 25 * k) : Real());
+    }
+    return table;
+}
+
 RawTable tan_pole_table64() {
     RawTable table{.lane = Lane::f64, .fields = 13, .patterns = {}};
     for (int i = 0; i < 256; ++i) {
@@ -54,5 +77,14 @@ RawTable tan_pole_table64() {
 }
 
 double tan_pole_fit_error64(int entry) { return fits[entry].error; }
+
+namespace {
+
+const RareTable rare_tables[] = {
+    {"circle_points", circle_points_table},
+    {"four_over_pi_slices", four_over_pi_slices_table},
+};
+
+}  // namespace
 
 }  // namespace tuvo

@@ -18,6 +18,14 @@ RawTable inv_two_pi_words64();
 /// finds the sine in it finds the cosine.
 RawTable sin_cos_turn_table64(int rotation = 0);
 
+/// `circle_points`, for the rare routines: 64 entries (cosTail, sinHead, sinTail, cosHead) for the points t = 2 pi i /
+/// 64, made like those above but for sinTail, which is rounded to nearest.
+RawTable circle_points_table();
+
+/// `four_over_pi_slices`: 51 doubles. From the second to the last but one, the k-th are the bits 2^(1 - 25 k) and 24
+/// above of 4/pi, 25 in all, times 2^200; the first and the last are 0.
+RawTable four_over_pi_slices_table();
+
 /// `tanPoleTable64`: 256 entries of thirteen doubles for the points t = pi i / 256 of the half turn, with u = pi/2 - t
 /// the distance to the pole:
 ///     poleDistHead + poleDistTail = u

@@ -160,6 +160,42 @@ TEST(DoubleTurnTables, FitsOfTheTangentAreAsCloseAsTheyClaim) {
     }
 }
 
+TEST(DoubleTurnTables, PointsOfTheRareRoutines) {
+    const RawTable table = circle_points_table();
+    ASSERT_EQ(table.patterns.size(), 64u * 4);
+    EXPECT_EQ(entry(table, 1), (Row{0xbf73b92e176d6d31, 0x3fb917a6bc29b42c, 0xbc3e2718e0000000, one}));
+    for (int i = 0; i < 64; ++i) {
+        const Row row = entry(table, i);
+        EXPECT_LE(abs(real(row[1]) + real(row[2]) - sin(2 * pi() * i / 64)), power_of_two(-78)) << i;
+        EXPECT_LE(abs(real(row[3]) + real(row[0]) - cos(2 * pi() * i / 64)), power_of_two(-55)) << i;
+    }
+}
+
+TEST(DoubleTurnTables, SlicesAddUpToFourOverPi) {
+    const Patterns slices = four_over_pi_slices_table().patterns;
+    ASSERT_EQ(slices.size(), 51u);
+    EXPECT_EQ(Patterns(slices.begin(), slices.begin() + 6),
+              (Patterns{0, 0x4c745f3060000000, 0x4aeb939100000000, 0x494529fc20000000, 0x47ad5f47c0000000,
+                        0x4624d37700000000}));
+    EXPECT_EQ(slices[50], 0u);
+    mpfr_t sum;  // exact
+    mpfr_init2(sum, 1300);
+    mpfr_set_zero(sum, 1);
+    for (std::uint64_t slice : slices) {
+        EXPECT_LE(real(slice).significant_bits(), 25);  // 26 more, and a product has 51
+        EXPECT_EQ(mpfr_add(sum, sum, real(slice).mpfr(), MPFR_RNDN), 0);
+    }
+    mpfr_t rest;  // 4/pi 2^200 less the sum: the bits from 2^-1025 on
+    mpfr_init2(rest, 1600);
+    mpfr_const_pi(rest, MPFR_RNDN);
+    mpfr_ui_div(rest, 4, rest, MPFR_RNDN);
+    mpfr_mul_2si(rest, rest, 200, MPFR_RNDN);
+    mpfr_sub(rest, rest, sum, MPFR_RNDN);
+    EXPECT_GE(mpfr_sgn(rest), 0);
+    EXPECT_LT(mpfr_cmp_ui_2exp(rest, 1, -1024), 0);
+    mpfr_clears(sum, rest, static_cast<mpfr_ptr>(nullptr));
+}
+
 // The reduction.
 
 TEST(DoubleReduction, FractionIsNearTheExactOne) {
@@ -226,7 +262,43 @@ TEST(DoubleCircular, LargeArguments) {
     }
 }
 
+// The short tiers hand what is above their limits to the rare routine, which is a different way to the same values.
+TEST(DoubleCircular, ShortTiersAboveTheirLimits) {
+    Patterns middle, huge;
+    for (std::uint64_t x : arguments_from(0x1p24, 12)) (x < pattern_of(0x1p30) ? middle : huge).push_back(x);
+    for (std::uint64_t x : hardest_arguments())
+        if (x > pattern_of(0x1p24) && x < pattern_of(0x1p30)) middle.push_back(x);
+    for (const char* family : {"sin_native", "cos_native", "sincos_native"}) {
+        expect_errors_below(family, 0.52, middle);
+        const Patterns negative = results(family, negated(middle));
+        EXPECT_EQ(negative, family[0] == 'c' ? results(family, middle) : negated(results(family, middle))) << family;
+    }
+    // From 2^30 on the error is an absolute one.
+    for (const char* family : {"sin_native", "cos_native"}) {
+        const auto exact = family[0] == 's' ? static_cast<Real (*)(const Real&)>(sin) : cos;
+        const Patterns found = results(family, huge);
+        for (std::size_t k = 0; k < huge.size(); ++k)
+            EXPECT_LE(abs(real(found[k]) - exact(real(huge[k]))), Real(0x1p-48)) << family << std::hex << huge[k];
+    }
+}
+
 // The rare routines.
+
+// The kernels send the rare routines large arguments only, but they know all of them.
+TEST(DoubleCircularRare, FiniteArguments) {
+    Patterns arguments{0, sign, 1, 0x3020000000000000, 0x3030000000000000};
+    for (std::uint64_t x : stratified_patterns(Lane::f64, 11, {}, 1))
+        if ((x & ~sign) < pattern_of(0x1p30)) arguments.push_back(x);
+    arguments.push_back(0x57b0213080000000);  // whose count of eighths has a leading one alone
+    for (const char* family : {"sin", "cos"})
+        for (std::uint64_t x : arguments) {
+            const RareResult got = call_rare(*find_family(family), {x});
+            EXPECT_EQ(got.status, 0);
+            EXPECT_LE(error_of(*find_family(family), {&x, 1}, {&got.pattern, 1}), 1)
+                << family << std::hex << " 0x" << x;
+        }
+    for (std::uint64_t x : {std::uint64_t(0), sign}) EXPECT_EQ(call_rare(*find_family("sin"), {x}).pattern, x);
+}
 
 TEST(DoubleCircularRare, InfinityIsInvalidAndNanIsQuieted) {
     for (const char* family : {"sin", "cos", "tan"}) {
