@@ -8,6 +8,7 @@
 // with them the results do, in their last bits.
 //
 // Float and double run the same steps, up to the logarithm. Only constants differ, and the length of the series.
+#include <bit>
 #include <optional>
 
 #include "frame/description/families.hpp"
@@ -32,7 +33,7 @@ struct Format<Type::f32> {
     static constexpr std::uint64_t head_of_x = 0xffffe000, head_of_radicand = 0xffff0000, root_estimate = 0xffff0000;
     static constexpr std::uint64_t head_of_divisor = 0xfffff000, reciprocal_estimate = 0xfffff000;
     static constexpr std::uint64_t asinh_small = 0x3d800000;  // 0.0625
-    static constexpr std::uint64_t atanh_tiny = 0x0c000000;   // 9.860761e-32
+    static constexpr std::uint64_t atanh_tiny = 0x0c000000;   // 2^-103, 9.860761e-32
 };
 
 template <>
@@ -44,8 +45,24 @@ struct Format<Type::f64> {
     static constexpr std::uint64_t root_estimate = 0xfffffe0000000000;
     static constexpr std::uint64_t head_of_divisor = 0xfffffffffffff000, reciprocal_estimate = 0xfffffe0000000000;
     static constexpr std::uint64_t asinh_small = 0x3f60000000000000;  // 2^-9
-    static constexpr std::uint64_t atanh_tiny = 0x0350000000000000;   // 2.2250738585072014e-293
+    static constexpr std::uint64_t atanh_tiny = 0x0350000000000000;   // 2^-970, 1.0020841800044864e-292
 };
+
+/// How many bits of a significand a mask leaves.
+template <Type T>
+constexpr int bits_left(std::uint64_t mask) {
+    return (T == Type::f32 ? 24 : 53) - std::countr_zero(mask);
+}
+/// The squares of heads, and the products of heads with estimates and their squares, have no more bits than a
+/// significand.
+template <Type T>
+constexpr bool products_are_exact() {
+    using F = Format<T>;
+    constexpr int all = bits_left<T>(1), root = bits_left<T>(F::root_estimate);
+    return 2 * bits_left<T>(F::head_of_x) <= all && bits_left<T>(F::head_of_radicand) + 2 * root <= all &&
+           bits_left<T>(F::head_of_divisor) + bits_left<T>(F::reciprocal_estimate) <= all;
+}
+static_assert(products_are_exact<Type::f32>() && products_are_exact<Type::f64>());
 
 /// A number in two parts.
 template <Type T>
