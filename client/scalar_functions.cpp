@@ -49,6 +49,8 @@ void append(std::vector<Entry>& table, Lane element) {
     add(
         "cos", +[](T x) { return std::cos(x); });
     add(
+        "cospi", +[](T x) { return static_cast<T>(std::cos(M_PI * x)); });
+    add(
         "tanh", +[](T x) { return std::tanh(x); });
     add(
         "cosh", +[](T x) { return std::cosh(x); });
