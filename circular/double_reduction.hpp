@@ -13,7 +13,7 @@ struct Fraction64 {
 };
 Fraction64 fraction_of_turn(F64 a);
 
-/// Reduces any finite x. The fraction of a turn keeps 128 bits, so that of the hardest double 66 bits remain.
+/// Reduces any finite x. The fraction of a turn keeps 128 bits, so that of the hardest double 64 bits remain.
 TurnRemainder<Type::f64> reduce_to_turn(F64 x, Sign sign);
 
 /// The order of the last sums.
