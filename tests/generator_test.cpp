@@ -4,7 +4,9 @@
 
 #include <sstream>
 
-#include "frame/generator/kernel.hpp"
+#include "frame/generator/compile.hpp"
+#include "frame/generator/emit.hpp"
+#include "frame/generator/layout.hpp"
 #include "tests/made_up.hpp"
 
 namespace tuvo {

@@ -32,8 +32,8 @@ struct Narrowing {
     bool narrow_target, narrow_last;
 };
 constexpr Narrowing narrowing[] = {
-    {Mnemonic::vcvtdq2pd, false, true}, {Mnemonic::vcvtps2pd, false, true},  {Mnemonic::vcvtpd2ps, true, false},
-    {Mnemonic::vcvtpd2dq, true, false}, {Mnemonic::vcvttpd2dq, true, false}, {Mnemonic::vextractf128, true, false},
+    {Mnemonic::vcvtdq2pd, false, true},   {Mnemonic::vcvtps2pd, false, true},  {Mnemonic::vcvtpd2ps, true, false},
+    {Mnemonic::vcvtpd2dq, true, false},   {Mnemonic::vcvttpd2dq, true, false}, {Mnemonic::vextractf128, true, false},
     {Mnemonic::vinsertf128, false, true},
 };
 
@@ -51,8 +51,9 @@ std::string spelled(Mnemonic mnemonic, const std::string& alternative, int bits,
         case 'i': text += "1"; break;
         case 'g': text += bits == 64 ? "rcx" : "ecx"; break;
         case 'v': text += vector_register(int(k), narrow ? 128 : bits); break;
-        default: text += memory || alternative[k] == 'M' ? memory_operand(memory_bits(mnemonic, bits))
-                                                          : vector_register(int(k), narrow ? 128 : bits);
+        default:
+            text += memory || alternative[k] == 'M' ? memory_operand(memory_bits(mnemonic, bits))
+                                                    : vector_register(int(k), narrow ? 128 : bits);
         }
     }
     return text + "\n";
@@ -77,7 +78,8 @@ TEST(Instructions, TheAssemblerKnowsEveryRowWithItsOperandsAndMemorySizes) {
         if (row.where != Where::body) continue;
         std::istringstream alternatives{std::string(row.operands)};
         for (std::string alternative; std::getline(alternatives, alternative, '|');) {
-            if (row.widths == Widths::general && alternative == "g g g") alternative = "g g";  // written as two operands
+            if (row.widths == Widths::general && alternative == "g g g")
+                alternative = "g g";  // written as two operands
             if (mnemonic == Mnemonic::shl) alternative = "g i";
             for (const int bits : sizes(mnemonic))
                 for (const bool memory : {false, true}) {

@@ -8,7 +8,9 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "frame/generator/kernel.hpp"
+#include "frame/generator/compile.hpp"
+#include "frame/generator/emit.hpp"
+#include "frame/generator/layout.hpp"
 #include "tests/call.hpp"
 
 namespace tuvo {

@@ -8,7 +8,7 @@
 #include <limits>
 #include <stdexcept>
 
-#include "frame/generator/kernel.hpp"
+#include "frame/generator/allocate.hpp"
 
 namespace tuvo {
 namespace {
@@ -366,15 +366,14 @@ private:
         return place;
     }
 
-    std::vector<std::vector<Place>> places(const std::vector<StashArray>& arrays,
-                                           const std::vector<int>* replaced = nullptr) const {
-        std::vector<std::vector<Place>> result;
-        std::size_t next = 0;
-        for (const StashArray& array : arrays) {
-            result.emplace_back();
-            for (int r : array.parts) result.back().push_back(place_of(replaced ? (*replaced)[next++] : r));
-        }
+    std::vector<Place> places(const std::vector<int>& parts) const {
+        std::vector<Place> result;
+        for (int r : parts) result.push_back(place_of(r));
         return result;
+    }
+
+    void find_inputs(const RarePath& rare) {
+        for (const StashArray& array : rare.inputs) result_.rare.inputs.push_back({places(array.parts), {}});
     }
 
     void branch(Frame& frame, Instruction i) {
@@ -404,9 +403,10 @@ private:
         const auto held_before = held_;
         const int position_before = position_, cost_before = cost_;
         auto* code_before = code_;
-        if (section.is_rare) {
+        if (section.rare) {
             result_.rare.condition = condition;
-            result_.rare.results = places(section.outputs);
+            for (const StashArray& array : section.rare->outputs)
+                result_.rare.outputs.push_back({places(array.parts), places(array.parts)});
         }
         if (!section.body.empty()) {
             std::vector<int> wanted = needed;
@@ -414,26 +414,25 @@ private:
             for (const Joined& j : section.joins) hints_[j.after] = values_before[j.before].reg;
             const auto limits_before = limits_;
             const int saver_before = saver_;
-            if (!section.is_rare) {
+            if (!section.rare) {
                 limits_[int(File::vector)] = vector_registers;
                 if (saver_ == 0) saver_ = i.section;
             }
             Frame inner = open(i.section, wanted);
             for (position_ = 0; position_ < int(bodies_[i.section].size()); ++position_) step(inner);
-            if (section.is_rare) {
+            if (section.rare) {
                 std::vector<int> after;
                 for (const Joined& j : section.joins) after.push_back(j.after);
-                result_.rare.condition = bring(inner, section.repaired_mask);
-                result_.rare.inputs = places(section.inputs);
-                result_.rare.outputs = places(section.outputs, &after);
+                result_.rare.condition = bring(inner, *section.rare->remaining);
+                find_inputs(*section.rare);
+                result_.rare.outputs[0].from = places(after);  // a repair has a single output
             }
             restore(inner, i.section, wanted, values_before);
             limits_ = limits_before;
             saver_ = saver_before;
-            if (!section.is_rare) result_.outline_cost += cost_ - cost_before;
-        } else if (section.is_rare) {
-            result_.rare.inputs = places(section.inputs);
-            result_.rare.outputs = result_.rare.results;
+            if (!section.rare) result_.outline_cost += cost_ - cost_before;
+        } else if (section.rare) {
+            find_inputs(*section.rare);
         }
         values_ = values_before;
         held_ = held_before;
@@ -475,7 +474,8 @@ private:
             } else {  // the main code has it in a slot
                 const int p = bring(inner, j.after);
                 Instruction store;
-                store.mnemonic = file(j.after) == File::vector ? Mnemonic::vmovups : Mnemonic::mov, store.is_store = true;
+                store.mnemonic = file(j.after) == File::vector ? Mnemonic::vmovups : Mnemonic::mov,
+                store.is_store = true;
                 store.target = slot_operand(target[j.before].slot, kernel_.registers[j.after].bits);
                 store.sources = {physical(file(j.after), p, kernel_.registers[j.after].bits)};
                 append(store);
@@ -508,64 +508,6 @@ private:
 
 AllocatedKernel allocate(const Kernel& kernel, const std::vector<std::vector<Instruction>>& bodies, int vectors) {
     return Allocator(kernel, bodies, vectors).run();
-}
-
-bool clears_upper_halves(const Kernel& kernel) { return kernel.works_256 && !kernel.returns_256; }
-
-AllocatedKernel compile(const Kernel& kernel) {
-    // Where all sixteen are free or saved in any case, they may as well be used.
-    const bool all_free = kernel.preserved != Preserved::upper_vectors_and_pointers || clears_upper_halves(kernel);
-    const std::vector<int> budgets = all_free ? std::vector<int>{16} : std::vector<int>{8, 10, 12, 16};
-    constexpr Policy policies[] = {Policy::longest_chain, Policy::as_written, Policy::depth_first};
-    constexpr int pressures[] = {16, 12, 10, 9, 8, 7, 6, 5, 4};
-
-    std::vector<std::vector<Instruction>> bodies;
-    for (const KernelSection& section : kernel.sections) bodies.push_back(section.body);
-    const auto schedule_sections = [&](bool main, Policy policy, int pressure) {
-        int cycles = 0;
-        for (std::size_t s = main ? 0 : 1; s < (main ? 1 : bodies.size()); ++s) {
-            int length = 0;
-            bodies[s] = schedule(kernel, kernel.sections[s].body, policy, pressure, length);
-            cycles += length;
-        }
-        return cycles;
-    };
-    // An added instruction takes its share of the four that enter the pipeline in a cycle, and spills lengthen chains;
-    // the model's cycles matter less, as the processor reorders by itself.
-    const auto cost = [](int cycles, int added) { return 0.5 * cycles + added; };
-
-    schedule_sections(false, Policy::depth_first, 8);
-    AllocatedKernel best;
-    std::vector<Instruction> best_main;
-    int best_budget = 0;
-    double best_cost = 1e18;
-    for (const Policy policy : policies) {
-        for (int pressure : pressures) {
-            const int cycles = schedule_sections(true, policy, pressure);
-            for (int budget : budgets) {
-                AllocatedKernel candidate = allocate(kernel, bodies, budget);
-                const bool fits = candidate.main_slots == 0;
-                if (cost(cycles, candidate.cost) < best_cost - 1e-9) {
-                    best_cost = cost(cycles, candidate.cost), best = std::move(candidate);
-                    best_main = bodies[0], best_budget = budget;
-                }
-                if (fits) break;  // more registers would only be saved in vain
-            }
-        }
-    }
-    if (bodies.size() == 1) return best;
-
-    bodies[0] = best_main;
-    best_cost = 1e18;
-    for (const Policy policy : policies) {
-        for (int pressure : pressures) {
-            const int cycles = schedule_sections(false, policy, pressure);
-            AllocatedKernel candidate = allocate(kernel, bodies, best_budget);
-            if (cost(cycles, candidate.outline_cost) < best_cost - 1e-9)
-                best_cost = cost(cycles, candidate.outline_cost), best = std::move(candidate);
-        }
-    }
-    return best;
 }
 
 }  // namespace tuvo

@@ -13,7 +13,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "frame/generator/kernel.hpp"
+#include "frame/generator/emit.hpp"
 
 namespace tuvo {
 namespace {
@@ -66,7 +66,8 @@ bool matches(const Instruction& i, std::string_view alternative) {
 /// Whether the table has the instruction for bodies, with such operands and registers of such widths.
 bool allowed(const Instruction& i) {
     const InstructionRow& row = row_of(i.mnemonic);
-    const bool wide = i.dst_bits == 256 || std::ranges::any_of(i.sources, [](const Operand& o) { return o.bits == 256; });
+    const bool wide =
+        i.dst_bits == 256 || std::ranges::any_of(i.sources, [](const Operand& o) { return o.bits == 256; });
     if (row.where != Where::body || (wide && row.widths != Widths::any_width)) return false;
     for (std::string_view rest = row.operands;;) {
         const std::size_t bar = rest.find('|');
@@ -110,7 +111,7 @@ public:
             // A section inside another that set the frame up begins in that frame.
             const bool inherits = framed && !framed_main_;
             if (inherits) out_ << "    .cfi_def_cfa rbp, 16\n    .cfi_offset rbp, -16\n";
-            on_rare_path_ = kernel_.sections[section].is_rare;
+            on_rare_path_ = kernel_.sections[section].rare.has_value();
             if (on_rare_path_)
                 rare_section(section);
             else
@@ -165,11 +166,11 @@ private:
         for (const AllocatedSection& section : allocated_.sections) saves = std::max(saves, section.saved.size());
         bytes = align(section_saves_at_ + std::int64_t(saves) * slot_bytes);
         for (const KernelSection& section : kernel_.sections) {
-            if (!section.is_rare) continue;
+            if (!section.rare) continue;
             vectors_at_ = bytes;
             bytes += slot_bytes * std::int64_t(unsaved().size());
             stash_at_ = bytes = align(bytes);
-            for (const auto* arrays : {&section.inputs, &section.outputs})
+            for (const auto* arrays : {&section.rare->inputs, &section.rare->outputs})
                 for (const StashArray& array : *arrays) bytes += stash_bytes(array);
         }
         frame_bytes_ = int(align(bytes));
@@ -354,6 +355,7 @@ private:
     void rare_section(int s) {
         const KernelSection& section = kernel_.sections[s];
         const AllocatedSection& code = allocated_.sections[s];
+        const RarePath& rare = *section.rare;
         const RarePlaces& places = allocated_.rare;
         const bool opens = !framed_;
         const std::string condition = general_32[places.condition];
@@ -368,12 +370,13 @@ private:
         // The stash: all lanes of every input and of the vector results.
         std::vector<std::int64_t> input_at, output_at;
         std::int64_t at = stash_at_;
-        for (const StashArray& array : section.inputs) input_at.push_back(at), at += stash_bytes(array);
-        for (const StashArray& array : section.outputs) output_at.push_back(at), at += stash_bytes(array);
+        for (const StashArray& array : rare.inputs) input_at.push_back(at), at += stash_bytes(array);
+        for (const StashArray& array : rare.outputs) output_at.push_back(at), at += stash_bytes(array);
         for (const bool from_register : {true, false}) {
-            for (std::size_t a = 0; a < section.inputs.size(); ++a) stash(places.inputs[a], input_at[a], from_register);
-            for (std::size_t a = 0; a < section.outputs.size(); ++a)
-                stash(places.outputs[a], output_at[a], from_register);
+            for (std::size_t a = 0; a < rare.inputs.size(); ++a)
+                stash(places.inputs[a].from, input_at[a], from_register);
+            for (std::size_t a = 0; a < rare.outputs.size(); ++a)
+                stash(places.outputs[a].from, output_at[a], from_register);
         }
 
         static constexpr const char* kept[] = {"rbx", "r12", "rsi", "rdi"};
@@ -383,8 +386,8 @@ private:
         }
         const std::vector<int> vectors = unsaved();
         for (std::size_t k = 0; k < vectors.size(); ++k)
-            line(Mnemonic::vmovups, "ymmword ptr [rsp + " + std::to_string(vectors_at_ + std::int64_t(k) * slot_bytes) + "], ymm" +
-                 std::to_string(vectors[k]));
+            line(Mnemonic::vmovups, "ymmword ptr [rsp + " + std::to_string(vectors_at_ + std::int64_t(k) * slot_bytes) +
+                                        "], ymm" + std::to_string(vectors[k]));
         line(Mnemonic::mov, "r12d, " + condition, "rare mask");
         if (section.cut) line(Mnemonic::and_, "r12d, " + std::to_string(section.cut));
         line(Mnemonic::xor_, "ebx, ebx", "lane");
@@ -393,15 +396,15 @@ private:
         line(Mnemonic::jnc, label("next", s));
         if (kernel_.works_256) line(Mnemonic::vzeroupper);
         static constexpr const char* parameters[] = {"rdi", "rsi", "rdx", "rcx"};
-        if (section.inputs.size() + section.outputs.size() > std::size(parameters))
+        if (rare.inputs.size() + rare.outputs.size() > std::size(parameters))
             fail("a rare routine takes four pointers at most");
         int parameter = 0;
         const auto pass = [&](const StashArray& array, std::int64_t offset) {
-            line(Mnemonic::lea, std::string(parameters[parameter++]) + ", [rsp + rbx*" + std::to_string(array.element_bytes) +
-                 " + " + std::to_string(offset) + "]");
+            line(Mnemonic::lea, std::string(parameters[parameter++]) + ", [rsp + rbx*" +
+                                    std::to_string(array.element_bytes) + " + " + std::to_string(offset) + "]");
         };
-        for (std::size_t a = 0; a < section.inputs.size(); ++a) pass(section.inputs[a], input_at[a]);
-        for (std::size_t a = 0; a < section.outputs.size(); ++a) pass(section.outputs[a], output_at[a]);
+        for (std::size_t a = 0; a < rare.inputs.size(); ++a) pass(rare.inputs[a], input_at[a]);
+        for (std::size_t a = 0; a < rare.outputs.size(); ++a) pass(rare.outputs[a], output_at[a]);
         line(Mnemonic::call, kernel_.family->rare_routine);
         out_ << label("next", s) << ":\n";
         line(Mnemonic::inc, "ebx");
@@ -409,14 +412,14 @@ private:
         line(Mnemonic::jne, label("scan", s));
         for (std::size_t k = 0; k < vectors.size(); ++k)
             line(Mnemonic::vmovups, "ymm" + std::to_string(vectors[k]) + ", ymmword ptr [rsp + " +
-                 std::to_string(vectors_at_ + std::int64_t(k) * slot_bytes) + "]");
+                                        std::to_string(vectors_at_ + std::int64_t(k) * slot_bytes) + "]");
         for (int k = 0; k < 4; ++k) {
             line(Mnemonic::mov, std::string(kept[k]) + ", qword ptr [rbp - " + std::to_string(104 + 8 * k) + "]");
             out_ << "    .cfi_restore " << kept[k] << "\n";
         }
         for (const bool to_register : {false, true})
-            for (std::size_t a = 0; a < section.outputs.size(); ++a)
-                unstash(places.results[a], output_at[a], to_register);
+            for (std::size_t a = 0; a < rare.outputs.size(); ++a)
+                unstash(places.outputs[a].to, output_at[a], to_register);
         if (opens) {
             out_ << "    .cfi_remember_state\n";
             close_frame();

@@ -10,8 +10,8 @@ constexpr std::string_view spelling(std::string_view identifier) {
 
 constexpr InstructionRow table[] = {
 #define INSTRUCTION(identifier, operands, widths, unit, latency_128, latency_256, memory, where) \
-    {spelling(#identifier), operands,           Widths::widths, Unit::unit, latency_128, latency_256,                 \
-     MemorySize::memory,    Where::where},
+    {spelling(#identifier), operands,    Widths::widths,     Unit::unit,                         \
+     latency_128,           latency_256, MemorySize::memory, Where::where},
 #include "frame/generator/instructions.inc"
 #undef INSTRUCTION
 };

@@ -1,20 +1,19 @@
 // Kernels as lists of machine instructions over virtual registers: what lies between a recorded program and text.
 //
-//     layout    program, width      -> Kernel: instructions in recording order, sections apart
-//     schedule  a section's body    -> the same instructions in another order
-//     allocate  the whole kernel    -> physical registers, spills and reloads put in
-//     emit      the allocated kernel-> GNU assembler text
+//     layout    program, width        -> Kernel: instructions in recording order, sections apart
+//     schedule  a section's body      -> the same instructions in another order
+//     allocate  the whole kernel      -> AllocatedKernel: physical registers, spills and reloads put in
+//     emit      the allocated kernel  -> GNU assembler text
 #pragma once
 
 #include <cstdint>
-#include <iosfwd>
-#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "frame/description/program.hpp"
 #include "frame/generator/blocks.hpp"
 #include "frame/generator/instructions.hpp"
-#include "frame/description/program.hpp"
 
 namespace tuvo {
 
@@ -79,6 +78,7 @@ struct VirtualRegister {
     std::string name;
 };
 
+/// A value that a section replaces. Where the section doesn't run, `joined` is `before`; where it does, `after`.
 struct Joined {
     int before, after, joined;
 };
@@ -89,15 +89,19 @@ struct StashArray {
     int element_bytes = 4;
 };
 
-struct KernelSection {
-    Section::Kind kind = Section::Kind::main;
-    bool is_rare = false;  ///< the rare path; its body is the repair, if any
-    int condition = -1;    ///< general register tested on the way in
-    int cut = 0;           ///< bits of it that count, 0 for all
-    std::vector<Instruction> body;
-    std::vector<Joined> joins;  ///< values that the section replaces
-    int repaired_mask = -1;     ///< after the repair: the remaining rare lanes
+/// What the rare path works on. Its section's body is the repair, if there is one.
+struct RarePath {
     std::vector<StashArray> inputs, outputs;
+    std::optional<int> remaining;  ///< after a repair: general register with the lanes that are rare still
+};
+
+/// The main section, or one that lies out of line. Sections of the program that need no code of their own are empty.
+struct KernelSection {
+    std::vector<Instruction> body;
+    int condition = -1;            ///< out of line: general register tested on the way in
+    int cut = 0;                   ///< bits of it that count, 0 for all
+    std::vector<Joined> joins;     ///< values that the section replaces
+    std::optional<RarePath> rare;  ///< of the rare path alone
 };
 
 struct Kernel {
@@ -114,77 +118,8 @@ struct Kernel {
     bool works_256 = false;  ///< executes 256-bit instructions
 };
 
-/// Spreads a program over a width. `symbol` is the export's name.
-Kernel lay_out(const Program& program, const BlockLayout& blocks, const Family& family, int width, std::string symbol);
-
-/// What the scheduler prefers among instructions that are ready.
-enum class Policy : std::uint8_t {
-    longest_chain,  ///< the one with the longest way to the end still before it
-    as_written,     ///< the order of the description, the parts side by side
-    depth_first,    ///< the one whose operands were made last: fewest values alive
-};
-
-/// Reorders a body. Once `pressure` vector registers are alive, instructions that add to them wait. `cycles` is the
-/// length in a model of the first processors with AVX.
-std::vector<Instruction> schedule(const Kernel& kernel, const std::vector<Instruction>& body, Policy policy,
-                                  int pressure, int& cycles);
-
-/// A kernel's section after allocation: its registers are physical.
-struct AllocatedSection {
-    std::vector<Instruction> code;     ///< sources and dst are physical registers
-    std::vector<Instruction> restore;  ///< out of line: puts the state back that the way back expects
-    std::vector<int> saved;  ///< preserved vector registers that this section alone writes, nested ones included
-};
-
-/// Where a value of the rare path is when the path begins.
-struct Place {
-    enum class Kind : std::uint8_t { reg, spill, memory };
-    Kind kind = Kind::reg;
-    int reg = -1;   ///< physical register
-    int slot = -1;  ///< spill slot
-    Memory memory;  ///< of stack arguments
-    int bits = 128;
-};
-
-struct RarePlaces {
-    int condition = -1;                               ///< physical general register with the rare mask
-    std::vector<std::vector<Place>> inputs, outputs;  ///< where they are found
-    std::vector<std::vector<Place>> results;          ///< where the outputs are wanted on the way back
-};
-
-/// Spill slots below this number belong to the main section, those from it on to out-of-line sections.
-inline constexpr int section_slots = 1000;
-
-struct AllocatedKernel {
-    std::vector<AllocatedSection> sections;
-    int main_slots = 0, outline_slots = 0;
-    std::vector<int> saved;  ///< preserved vector registers that the main section or a repair writes
-    RarePlaces rare;
-    int cost = 0;          ///< instructions that the allocation added to the main section
-    int outline_cost = 0;  ///< and to out-of-line sections
-};
-
-/// Spill slots that fit under the stack pointer without moving it.
-inline constexpr int red_zone_slots = 3;
-
-/// Number of physical registers by file: ymm0 to ymm15; rax, rcx, rdx, r8 to r11.
-inline constexpr int vector_registers = 16, general_registers = 7;
-
-/// Gives every virtual register a physical one, `vectors` of them from ymm0 up in the main section and in repairs; an
-/// any-lane section has all, and saves on its own what it must. Values that don't fit are spilled, farthest next use
-/// first; constants and stack arguments are re-read instead.
-AllocatedKernel allocate(const Kernel& kernel, const std::vector<std::vector<Instruction>>& bodies, int vectors);
-
 /// Whether the kernel executes `vzeroupper` on its way out: it did 256-bit work and returns nothing in a whole
 /// register. That clears the upper halves of all registers, so in the register form ymm8 to ymm15 are saved at entry.
-bool clears_upper_halves(const Kernel& kernel);
-
-/// Schedules and allocates with several register budgets and keeps the cheapest; first for the main section, then for
-/// the others.
-AllocatedKernel compile(const Kernel& kernel);
-
-/// Writes the kernel as a function in GNU assembler text, with unwind information. Throws std::logic_error where the
-/// code breaks a rule of the library.
-void emit(std::ostream& out, const Kernel& kernel, const AllocatedKernel& allocated, const BlockLayout& blocks);
+inline bool clears_upper_halves(const Kernel& kernel) { return kernel.works_256 && !kernel.returns_256; }
 
 }  // namespace tuvo

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <array>
 
-#include "frame/generator/kernel.hpp"
+#include "frame/generator/schedule.hpp"
 
 namespace tuvo {
 namespace {
@@ -24,8 +24,7 @@ Cost cost_of(const Instruction& i) {
 
 }  // namespace
 
-std::vector<Instruction> schedule(const Kernel& kernel, const std::vector<Instruction>& body, Policy policy,
-                                  int pressure, int& cycles) {
+Scheduled schedule(const Kernel& kernel, const std::vector<Instruction>& body, Policy policy, int pressure) {
     const int n = int(body.size());
     std::vector<std::vector<std::pair<int, int>>> successors(n);  // (instruction, latency)
     std::vector<int> predecessors(n, 0);
@@ -101,7 +100,7 @@ std::vector<Instruction> schedule(const Kernel& kernel, const std::vector<Instru
     std::vector<Instruction> order;
     int now = 0, issued = 0;
     std::array<int, 5> busy{-1, -1, -1, -1, -1};  // last cycle in which a unit was given work
-    cycles = 0;
+    int cycles = 0;
     constexpr int general_limit = 5;  // general registers that indices may fill before their loads
     while (!ready.empty()) {
         const bool tight = alive[0] >= pressure, tight_general = alive[1] >= general_limit;
@@ -144,7 +143,7 @@ std::vector<Instruction> schedule(const Kernel& kernel, const std::vector<Instru
         order.push_back(body[best]);
         if (++issued == 4) ++now, issued = 0;
     }
-    return order;
+    return {std::move(order), cycles};
 }
 
 }  // namespace tuvo

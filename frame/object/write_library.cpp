@@ -10,7 +10,9 @@
 #include <sstream>
 
 #include "frame/description/families.hpp"
-#include "frame/generator/kernel.hpp"
+#include "frame/generator/compile.hpp"
+#include "frame/generator/emit.hpp"
+#include "frame/generator/layout.hpp"
 #include "frame/object/manifest.hpp"
 #include "frame/object/rare_tables.hpp"
 
