@@ -28,7 +28,7 @@ std::string block_address(const Emission& e, const Memory& m, int bits) {
     if (m.index < 0 && (m.offset < 0 || m.offset + bits / 8 > block.size))
         fail(e, "a row is read outside " + block.symbol);
     const std::string index = m.index < 0 ? "" : std::string(" + ") + general_64[m.index];
-    return "[" + std::string(general_64[m.pointer]) + index + plus(m.offset) + "]";
+    return std::string("[") + general_64[m.pointer] + index + plus(m.offset) + "]";
 }
 
 std::string bare_slot_address(const Emission& e, int slot) {
