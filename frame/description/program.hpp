@@ -143,6 +143,9 @@ struct Program {
 
 Type type_of(Lane lane);
 
+/// Gives each gather the range of its index, as far as it can be proven or is claimed.
+void find_gather_ranges(Program& program);
+
 /// Throws std::invalid_argument with a message that names the node where the program breaks a rule: operand types, a
 /// table index whose range is neither provable nor claimed, a table read outside its data.
 void validate(const Program& program);
