@@ -60,6 +60,28 @@ double fast_cospi(double x) {
 }
 double fast_tanpi(double x) { return fast_sinpi(x) / fast_cospi(x); }
 
+Real power(const Real& x, const Real& y) {
+    Real result;
+    mpfr_pow(result.mpfr(), x.mpfr(), y.mpfr(), MPFR_RNDN);
+    return result;
+}
+
+/// exp(y log x): where that is no number, neither is the power.
+Real power_of_positive(const Real& x, const Real& y) {
+    if (x.is_zero() && y.is_zero()) return Real(0) / 0;
+    if (x.is_infinite() && y.is_zero()) return Real(0) / 0;
+    if (x == Real(1) && !y.is_finite()) return Real(0) / 0;
+    if (x < Real(0) || x.is_nan() || y.is_nan()) return Real(0) / 0;
+    return power(abs(x), y);
+}
+
+Real integer_root(const Real& x, const Real& n) {
+    const bool odd = mpfr_get_si(n.mpfr(), MPFR_RNDN) % 2 != 0;
+    if (n.is_zero() || (!odd && x < Real(0))) return Real(0) / 0;
+    const Real root = power(abs(x), 1 / n);
+    return odd && x.is_negative() ? -root : root;
+}
+
 struct UnaryOracle {
     std::string_view operation;
     Real (*exact)(const Real&);
@@ -130,6 +152,9 @@ std::optional<Real> oracle(std::string_view operation, std::span<const Real> arg
     if (operation == "hypot") return hypot(arguments[0], arguments[1]);
     if (operation == "atan2") return by_mpfr<mpfr_atan2>(arguments[0], arguments[1]);
     if (operation == "atan2pi") return by_mpfr<mpfr_atan2pi>(arguments[0], arguments[1]);
+    if (operation == "pow" || operation == "pown") return power(arguments[0], arguments[1]);
+    if (operation == "powr") return power_of_positive(arguments[0], arguments[1]);
+    if (operation == "rootn") return integer_root(arguments[0], arguments[1]);
     return std::nullopt;
 }
 
@@ -137,6 +162,32 @@ std::optional<Real> oracle(std::string_view operation, std::span<const std::uint
     std::vector<Real> values;
     for (std::uint64_t pattern : arguments) values.push_back(Real::from_pattern(lane, pattern));
     return oracle(operation, values);
+}
+
+std::optional<double> quick_error(const Family& family, std::span<const std::uint64_t> arguments, std::uint64_t got) {
+    const std::string_view operation = family.operation;
+    if (operation != "pow" && operation != "powr" && operation != "pown" && operation != "rootn") return std::nullopt;
+    // The x87 unit's format has eleven bits more than double, and its power errs by no more than some of its own ulps.
+    const auto value = [](Lane lane, std::uint64_t pattern) -> long double {
+        if (lane == Lane::f32) return std::bit_cast<float>(static_cast<std::uint32_t>(pattern));
+        if (lane == Lane::f64) return std::bit_cast<double>(pattern);
+        return static_cast<std::int32_t>(pattern);
+    };
+    const long double x = value(family.arguments[0], arguments[0]), y = value(family.arguments[1], arguments[1]);
+    const long double result = value(family.element, got);
+    const bool integer = family.arguments[1] == Lane::i32, odd = integer && arguments[1] % 2 != 0;
+    if (x < 0 && (!integer || (operation == "rootn" && !odd))) return std::nullopt;
+    long double exact = std::pow(std::abs(x), operation == "rootn" ? 1 / y : y);
+    if (x < 0 && odd) exact = -exact;
+    if (x == 0 || !std::isfinite(result) || !std::isfinite(exact)) return std::nullopt;
+    const Format format = format_of(family.element);
+    const int exponent = std::ilogb(exact);
+    if (exponent < format.min_exponent || exponent >= format.max_exponent) return std::nullopt;
+    // Just above a power of two the ulp may be that of the binade below.
+    const long double significand = std::scalbn(std::abs(exact), -exponent);
+    const int binade = significand < 1 + 0x1p-40L ? exponent - 1 : exponent;
+    const long double units = std::scalbn(std::abs(result - exact), format.significand_bits - 1 - binade);
+    return static_cast<double>(units) + 0.01;
 }
 
 std::optional<std::vector<std::uint64_t>> exact_outputs(const Family& family,
