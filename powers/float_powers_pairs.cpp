@@ -119,7 +119,7 @@ F32 rootnf_default(F32 x, I32 n) {
 const std::vector<std::uint64_t> thresholds{0x00800000, 0x7f7ffffe, 0x3f7e0000, 0x3f820000};
 
 const Describe families[] = {
-    {{"powrf"}, describe(powrf_default), {.ulp = 8.587, .worst = {0x3f8226f5, 0x4572d876}, .thresholds = thresholds}},
+    {{"powrf"}, describe(powrf_default), {.ulp = 9.703, .worst = {0x3f8226f5, 0x4572d867}, .thresholds = thresholds}},
     {{"pownf"}, describe(pownf_default), {.ulp = 11.89, .worst = {0x3f7de8d2, 0xffffd83a}, .thresholds = thresholds}},
     {{"rootnf"}, describe(rootnf_default), {.ulp = 5.717, .worst = {0x0db7b685, 0xffffffff}, .thresholds = thresholds}},
 };

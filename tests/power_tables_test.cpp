@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "powers/double_power_tables.hpp"
 #include "powers/float_power_tables.hpp"
 #include "powers/stage_tables.hpp"
 
@@ -63,6 +64,42 @@ TEST(PowerTables, FloatPowersOfTwo) {
     EXPECT_EQ(table.patterns[3], 0xb3b02666u);
     for (int j = 0; j < 128; ++j)
         EXPECT_LE(abs(entry(table, j) + entry(table, j, 1) - exp2(Real(j) / 128)), power_of_two(-47)) << j;
+}
+
+// Heads of 26 bits have exact products with R, and the sums of the heads of logarithms with exponents are exact.
+TEST(PowerTables, DoubleLogarithmTriples) {
+    const RawTable table = double_logarithm_triples();
+    ASSERT_EQ(table.patterns.size(), 1025u * 3);
+    const Real c = Real::from_pattern(Lane::f64, 0x3ff7154740000000);
+    for (int i : {0, 1024})
+        for (int field : {0, 1}) EXPECT_EQ(table.patterns[static_cast<std::size_t>(i * 3 + field)], 0u);
+    EXPECT_EQ(entry(table, 0, 2), c);
+    EXPECT_EQ(entry(table, 1024, 2), c / 2);
+    for (int i = 0; i <= 1024; ++i) {
+        const Real hi = entry(table, i, 0), R = entry(table, i, 2);
+        EXPECT_EQ(table.patterns[static_cast<std::size_t>(i * 3 + 2)] & 0x3fffffff, 0u) << i;
+        EXPECT_EQ(table.patterns[static_cast<std::size_t>(i * 3)] & 0xffffffff, 0u) << i;
+        const Real excess = R * (1 + Real(i) / 1024) / c - 1;
+        EXPECT_TRUE(excess <= Real(0) && excess > -power_of_two(-22)) << i;
+        const Real log = log2(c / R) - (i >= 512 ? 1 : 0);
+        EXPECT_LE(abs(hi + entry(table, i, 1) - log), abs(log) * power_of_two(-72)) << i;
+        EXPECT_LE(abs(hi), abs(log)) << i;
+    }
+}
+
+TEST(PowerTables, DoublePowersOfTwo) {
+    const RawTable values = double_powers_of_two(), pairs = double_power_of_two_pairs();
+    ASSERT_EQ(values.patterns.size(), 128u);
+    ASSERT_EQ(pairs.patterns.size(), 256u);
+    for (int j = 0; j < 128; ++j) {
+        EXPECT_EQ(entry(pairs, j), entry(values, j)) << j;
+        EXPECT_LE(abs(entry(pairs, j) + entry(pairs, j, 1) - exp2(Real(j) / 128)), power_of_two(-106)) << j;
+        EXPECT_LE(abs(entry(pairs, j, 1)), power_of_two(-53)) << j;
+    }
+    RawTable from_one = centred_powers_from_one();
+    EXPECT_EQ(from_one.patterns[0], 0x3ff0000000000000u);
+    from_one.patterns[0] = centred_powers().patterns[0];
+    EXPECT_EQ(from_one.patterns, centred_powers().patterns);
 }
 
 TEST(PowerTables, StageReciprocals) {
