@@ -71,7 +71,8 @@ Contestant::Contestant(Entry entry, const Family& family, Mode mode) : entry_(st
     output_ = input_ + (input_bytes + 63) / 64 * 64;
     std::mt19937 random(1);
     for (std::size_t call = 0; call < calls_; ++call)
-        fill(input_ + call * static_cast<std::size_t>(shape.input_bytes), shape, family, entry_.lanes, mode, random);
+        fill(input_ + call * static_cast<std::size_t>(shape.input_bytes), shape,
+             entry_.family ? *entry_.family : family, entry_.lanes, mode, random);
 
     run();
     const double once = run() / entry_.calls * static_cast<double>(calls_);

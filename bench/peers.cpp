@@ -28,7 +28,11 @@ struct Renamed {
 constexpr Renamed renamed[] = {
     {"nan", "", ""},  // C's nan reads a string
     {"div", "", ""},  // and its div divides integers
-    {"powr", "pow", "pow"},   {"lgammar", "", "lgamma_r"}, {"sincosreg", "sincos", ""},
+    {"powr", "pow", "pow"},
+    {"pown", "pow", "pow"},
+    {"rootn", "pow", "pow"},
+    {"lgammar", "", "lgamma_r"},
+    {"sincosreg", "sincos", ""},
     {"sincos", "sincos", ""},  // C's stores both
     {"frexp", "", "frexp"},    // the vector library splits it in two
     {"remquo", "", "remquo"},
@@ -47,6 +51,13 @@ Names names_of(const Family& family) {
     return {family.operation, family.operation};
 }
 
+/// The family whose calls a peer for this one has: where the kernel takes an integer exponent, the power of two
+/// numbers.
+const Family& called_like(const Family& family) {
+    if (family.operation != "pown" && family.operation != "rootn") return family;
+    return *find_family(family.element == Lane::f32 ? "powf" : "pow");
+}
+
 std::optional<Entry> find_vector(const Family& family, int width, const std::string& operation,
                                  std::initializer_list<const char*> accuracies) {
     if (operation.empty() || !vector_library()) return std::nullopt;
@@ -59,8 +70,13 @@ std::optional<Entry> find_vector(const Family& family, int width, const std::str
                                  std::to_string(lanes) + "_" + accuracy + (lanes == narrow ? "sse4" : "avx");
         if (const void* address = dlsym(vector_library(), name.c_str())) {
             const bool pair = family.outputs().size() == 2;
-            return Entry{name, address, pair ? hidden_shape_of(family, lanes) : shape_of(family, lanes), lanes,
-                         (width + lanes - 1) / lanes};
+            const Family& called = called_like(family);
+            return Entry{name,
+                         address,
+                         pair ? hidden_shape_of(called, lanes) : shape_of(called, lanes),
+                         lanes,
+                         (width + lanes - 1) / lanes,
+                         &called};
         }
     }
     return std::nullopt;
@@ -86,7 +102,7 @@ Peers peers_of(const Family& family, int width) {
         std::string name = scalar;
         if (family.element == Lane::f32) name.insert(name.ends_with("_r") ? name.size() - 2 : name.size(), 1, 'f');
         if (const void* address = dlsym(scalar_library(), name.c_str()))
-            peers.scalar = Entry{name, address, shape_of(family, 1), 1, width};
+            peers.scalar = Entry{name, address, shape_of(called_like(family), 1), 1, width, &called_like(family)};
     }
     const int lanes = width < 3 ? 1 : std::min(width, 8);
     if (const void* address = scalar_loop(family, lanes))

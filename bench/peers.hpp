@@ -14,14 +14,14 @@ struct Entry {
     std::string name;
     const void* address;
     Shape shape;
-    int lanes;  ///< of one call
-    int calls;  ///< that it takes to do what one call of the kernel does
+    int lanes;                       ///< of one call
+    int calls;                       ///< that it takes to do what one call of the kernel does
+    const Family* family = nullptr;  ///< whose arguments it takes, where they are not those of the kernel's
 };
 
 struct Peers {
-    std::optional<Entry>
-        accurate;  ///< the vector library's entry of 1 ulp; of 0.5 or 1.5 ulp, or exact, where it has no such; else
-                   ///< the processor's divide and square root
+    std::optional<Entry> accurate;  ///< the vector library's entry of 1 ulp; of 0.5 or 1.5 ulp, or exact, where it has
+                                    ///< no such; else the processor's divide and square root
     std::optional<Entry> fast;    ///< its entry of 3.5 ulp
     std::optional<Entry> scalar;  ///< the C library's function, or a compiled loop where it has none
 };
