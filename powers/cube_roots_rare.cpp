@@ -1,5 +1,6 @@
 // Rare routines of the cube roots. Kernels send them zeros, subnormals, infinities and NaN; they give the root of every
-// other argument too. Largest errors seen, in ulp: cbrtf_rare 0.514, rcbrtf_rare 0.5, the others 0.501.
+// other argument too. Largest errors seen, in ulp: cbrtf_rare 0.514, rcbrtf_rare 0.5, cbrt_rare 0.501, rcbrt_rare
+// 0.5031.
 #include "frame/description/rare.hpp"
 
 #pragma GCC visibility push(hidden)

@@ -122,7 +122,7 @@ TEST(CubeRootsRare, SpecialValues) {
 // The bounds are the measured maxima that stand beside the routines, rounded up.
 TEST(CubeRootsRare, Accuracy) {
     for (const auto& [name, bound] :
-         std::map<std::string, double>{{"cbrtf", 0.514}, {"rcbrtf", 0.5}, {"cbrt", 0.501}, {"rcbrt", 0.501}}) {
+         std::map<std::string, double>{{"cbrtf", 0.514}, {"rcbrtf", 0.5}, {"cbrt", 0.501}, {"rcbrt", 0.5035}}) {
         const Family& family = *find_family(name);
         double largest = 0;
         for (std::uint64_t x : stratified_patterns(family.element, 1, {}, family.element == Lane::f32 ? 64 : 8)) {
