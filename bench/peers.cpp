@@ -37,7 +37,9 @@ constexpr Renamed renamed[] = {
     {"frexp", "", "frexp"},    // the vector library splits it in two
     {"remquo", "", "remquo"},
     // Half turns beside radians, which take one product less.
-    {"asinpi", "asin", "asin"},  {"acospi", "acos", "acos"},   {"atanpi", "atan", "atan"},
+    {"asinpi", "asin", "asin"},
+    {"acospi", "acos", "acos"},
+    {"atanpi", "atan", "atan"},
     {"atan2pi", "atan2", "atan2"},
 };
 
@@ -51,11 +53,12 @@ Names names_of(const Family& family) {
     return {family.operation, family.operation};
 }
 
-/// The family whose calls a peer for this one has: where the kernel takes an integer exponent, the power of two
-/// numbers.
-const Family& called_like(const Family& family) {
-    if (family.operation != "pown" && family.operation != "rootn") return family;
-    return *find_family(family.element == Lane::f32 ? "powf" : "pow");
+/// The family that a peer's function is that of: of pow beside a kernel with an integer exponent, of asin beside one of
+/// half turns.
+const Family& called_like(const Family& family, const std::string& operation) {
+    if (family.outputs().size() != 1) return family;
+    const Family* called = find_family(family.element == Lane::f32 ? operation + "f" : operation);
+    return called ? *called : family;
 }
 
 std::optional<Entry> find_vector(const Family& family, int width, const std::string& operation,
@@ -70,7 +73,7 @@ std::optional<Entry> find_vector(const Family& family, int width, const std::str
                                  std::to_string(lanes) + "_" + accuracy + (lanes == narrow ? "sse4" : "avx");
         if (const void* address = dlsym(vector_library(), name.c_str())) {
             const bool pair = family.outputs().size() == 2;
-            const Family& called = called_like(family);
+            const Family& called = called_like(family, operation);
             return Entry{name,
                          address,
                          pair ? hidden_shape_of(called, lanes) : shape_of(called, lanes),
@@ -101,8 +104,10 @@ Peers peers_of(const Family& family, int width) {
     if (!scalar.empty() && scalar_library()) {
         std::string name = scalar;
         if (family.element == Lane::f32) name.insert(name.ends_with("_r") ? name.size() - 2 : name.size(), 1, 'f');
-        if (const void* address = dlsym(scalar_library(), name.c_str()))
-            peers.scalar = Entry{name, address, shape_of(called_like(family), 1), 1, width, &called_like(family)};
+        if (const void* address = dlsym(scalar_library(), name.c_str())) {
+            const Family& called = called_like(family, scalar);
+            peers.scalar = Entry{name, address, shape_of(called, 1), 1, width, &called};
+        }
     }
     const int lanes = width < 3 ? 1 : std::min(width, 8);
     if (const void* address = scalar_loop(family, lanes))
