@@ -83,46 +83,29 @@ std::string limit_text(const Family& family) {
     return text.str();
 }
 
-bool starts_from_estimate(const DescribedFamily& described) {
-    return depends_on_processor(described) && described.accuracy.stand_in != StandIn::none;
-}
-
-/// Families whose results are the same on every processor.
 std::string table(const std::regex& filter) {
     std::ostringstream out;
-    out << "| family | ulp | at | result | arguments tried | limit |\n|:---|---:|:---|:---|---:|---:|\n";
-    for (const DescribedFamily& described : described_families()) {
-        const Family& family = *described.family;
-        if (!std::regex_search(family.name(), filter) || starts_from_estimate(described)) continue;
-        out << "| " << family.name() << " | ";
-        if (!has_oracle(family)) {
-            out << "not measured | | | | |\n";
-            continue;
-        }
-        const Measured measured = measure(described);
-        out << line_text(measured.ulp) << " | " << at_text(family, measured) << " | " << measured.inputs
-            << domain_text(described) << " | " << limit_text(family) << " |\n";
-    }
-    return out.str();
-}
-
-/// Families whose results depend on the processor's estimates.
-std::string estimates_table(const std::regex& filter) {
-    std::ostringstream out;
-    out << "| family | ulp, any processor | stand-in | at | result | exact estimates | here | arguments tried | limit "
-           "|\n"
+    out << "| family | ulp | at | result | estimate | exact | here | arguments tried | limit |\n"
            "|:---|---:|:---|:---|:---|---:|---:|---:|---:|\n";
     for (const DescribedFamily& described : described_families()) {
         const Family& family = *described.family;
-        if (!std::regex_search(family.name(), filter) || !starts_from_estimate(described)) continue;
-        const Accuracy& line = described.accuracy;
-        Measured any{.worst = line.worst, .got = ByDescription(described, line.stand_in)(line.worst)};
-        any.ulp = error_of(family, any.worst, any.got);
-        const Measured exact = measure_stand_ins(described, std::array{StandIn::exact});
+        if (!std::regex_search(family.name(), filter)) continue;
+        out << "| " << family.name() << " | ";
+        if (!has_oracle(family)) {
+            out << "not measured | | | | | | | |\n";
+            continue;
+        }
         const Measured here = measure(described);
-        out << "| " << family.name() << " | " << line_text(any.ulp) << " | " << name_of(line.stand_in) << " | "
-            << at_text(family, any) << " | " << line_text(exact.ulp) << " | " << line_text(here.ulp) << " | "
-            << here.inputs << domain_text(described) << " | " << limit_text(family) << " |\n";
+        if (const Accuracy& line = described.accuracy; line.stand_in != StandIn::none) {
+            Measured any{.worst = line.worst, .got = ByDescription(described, line.stand_in)(line.worst)};
+            any.ulp = error_of(family, any.worst, any.got);
+            const Measured exact = measure_stand_ins(described, std::array{StandIn::exact});
+            out << line_text(any.ulp) << " | " << at_text(family, any) << " | " << name_of(line.stand_in) << " | "
+                << line_text(exact.ulp) << " | " << line_text(here.ulp);
+        } else {
+            out << line_text(here.ulp) << " | " << at_text(family, here) << " | | | ";
+        }
+        out << " | " << here.inputs << domain_text(described) << " | " << limit_text(family) << " |\n";
     }
     return out.str();
 }
@@ -162,23 +145,17 @@ results for others as they come.
 The limit is that of the compute language's full profile for the operation, and for its half_ functions at the tier
 `_half`. It sets none for native_ functions.
 
-)";
-
-constexpr const char* about_estimates = R"(
-## Families that start from an estimate
-
-These start from the processor's approximate reciprocal or reciprocal root, whose bits are each maker's own. All that is
-promised of them is a relative error of at most 1.5 * 2^-12. The first figure is a bound for any processor: the largest
-error that a search has found over approximations computed in software that lie at the ends of what is allowed, and the
-one that gave it. `low` and `high` are the values farthest below and above the exact one, `alternating` takes either by
-the last bit of the argument, and `exact` is rounded to nearest, as emulators do. The test repeats the worst case with
-that stand-in, and so passes or fails alike on every machine. The last two figures are the largest errors over stratified
-arguments with exact estimates, and on the processor here, whose estimates are up to )";
+Some families start from the processor's approximate reciprocal or reciprocal root, whose bits are each maker's own. All
+that is promised of them is a relative error of at most 1.5 * 2^-12. The figure of such a family is a bound for any
+processor: the largest error that a search has found over approximations computed in software that lie at the ends of
+what is allowed. The column "estimate" tells the one that gave it: `low` and `high` are as far below and above the exact
+value as allowed, `alternating` takes either by the last bit of the argument, and `exact` is rounded to nearest, as
+emulators do. The test repeats the worst case with that one, and so passes or fails alike on every machine. The next two
+columns are the largest errors over stratified arguments with exact estimates, and on the processor here, whose own are
+up to )";
 
 std::string document() {
-    const std::regex all("");
-    return introduction + table(all) + about_estimates + estimates_text() + " off.\n\n" + estimates_table(all) +
-           "\n## Remarks\n\n" + remarks();
+    return introduction + estimates_text() + " off.\n\n" + table(std::regex("")) + "\n## Remarks\n\n" + remarks();
 }
 
 int exhaustive(const std::string& name, const std::string& file) {
@@ -237,7 +214,7 @@ int run(const std::vector<std::string>& arguments) {
     }
     if (!family.empty()) return exhaustive(family, plot_file);
     if (markdown.empty())
-        std::cout << table(std::regex(filter)) << "\n" << estimates_table(std::regex(filter));
+        std::cout << table(std::regex(filter));
     else
         write_file(markdown, document());
     return 0;
