@@ -76,4 +76,13 @@ TEST(Rooms, EachFileIncludesOnlyWhatItsRoomMaySee) {
     EXPECT_GT(seen_arrows, 100);
 }
 
+// Between two groups, arrows run one way.
+TEST(Rooms, NoTwoGroupsIncludeEachOther) {
+    std::set<std::pair<std::string, std::string>> arrows;
+    for (const fs::path& source : sources())
+        for (const std::string& include : includes(fs::path(TUVO_SOURCES) / source))
+            if (room_of(source) != room_of(include)) arrows.insert({room_of(source), room_of(include)});
+    for (const auto& [from, to] : arrows) EXPECT_FALSE(arrows.contains({to, from})) << from << " and " << to;
+}
+
 }  // namespace
