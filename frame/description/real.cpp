@@ -142,4 +142,26 @@ Real tan(const Real& x) { return apply(mpfr_tan, x); }
 
 Real atan(const Real& x) { return apply(mpfr_atan, x); }
 
+Real erf(const Real& x) { return apply(mpfr_erf, x); }
+
+Real erfc(const Real& x) {
+    // Takes a millisecond at 320 bits.
+    mpfr_t result;
+    mpfr_init2(result, 128);
+    mpfr_erfc(result, x.mpfr(), MPFR_RNDN);
+    Real wide;
+    mpfr_set(wide.mpfr(), result, MPFR_RNDN);
+    mpfr_clear(result);
+    return wide;
+}
+
+Real lgamma(const Real& x) {
+    Real result;
+    int sign;
+    mpfr_lgamma(result.mpfr(), &sign, x.mpfr(), MPFR_RNDN);
+    return result;
+}
+
+Real tgamma(const Real& x) { return apply(mpfr_gamma, x); }
+
 }  // namespace tuvo

@@ -80,5 +80,11 @@ Real sin(const Real& x);
 Real cos(const Real& x);
 Real tan(const Real& x);
 Real atan(const Real& x);
+Real erf(const Real& x);
+/// To 128 bits.
+Real erfc(const Real& x);
+/// The logarithm of |gamma|.
+Real lgamma(const Real& x);
+Real tgamma(const Real& x);
 
 }  // namespace tuvo
