@@ -1,0 +1,178 @@
+#include "special/gamma_fits.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <stdexcept>
+
+namespace tuvo {
+namespace {
+
+using Shape = FitTarget::Shape;
+using Error = FitTarget::Error;
+using Format = FitTarget::Format;
+
+Real pi() {
+    Real value;
+    mpfr_const_pi(value.mpfr(), MPFR_RNDN);
+    return value;
+}
+
+/// log |gamma(x)| / (x - zero), by the slope where x is the zero itself.
+Real beside_zero(const Real& x, const Real& zero) {
+    const Real moved = abs(x - zero) < power_of_two(-120) ? zero + power_of_two(-120) : x;
+    return lgamma(moved) / (moved - zero);
+}
+
+/// log(sin(pi z) / (pi z)) / z^2 for s = z^2.
+Real reflection(const Real& s) {
+    const Real z = sqrt(s < power_of_two(-100) ? power_of_two(-100) : s);
+    return log(sin(pi() * z) / (pi() * z)) / (z * z);
+}
+
+/// sin(pi z) / (pi z) for s = z^2.
+Real sine(const Real& s) {
+    const Real z = pi() * sqrt(s < power_of_two(-100) ? power_of_two(-100) : s);
+    return sin(z) / z;
+}
+
+/// The zero of log |gamma| between a and b, where it has different signs: in doubles first, then by its slope.
+Real zero_between(double a, double b) {
+    const bool negative_at_a = std::lgamma(a) < 0;
+    for (int k = 0; k < 60; ++k) {
+        const double middle = (a + b) / 2;
+        ((std::lgamma(middle) < 0) == negative_at_a ? a : b) = middle;
+    }
+    Real zero = a, slope;
+    for (int k = 0; k < 7; ++k) {
+        mpfr_digamma(slope.mpfr(), zero.mpfr(), MPFR_RNDN);
+        zero = zero - lgamma(zero) / slope;
+    }
+    return zero;
+}
+
+std::vector<FitTarget> make_targets() {
+    std::vector<FitTarget> targets;
+    const auto add = [&](FitTarget target) { targets.push_back(std::move(target)); };
+    const auto at = [](Real (*f)(const Real&), const Real& origin) {
+        return [f, origin](const Real& t) { return f(origin + t); };
+    };
+    const auto binade = [](int n) {
+        return [n](const Real& t) { return lgamma(power_of_two(n + 2) * (1 + t)); };
+    };
+
+    // lgammaf, in doubles. The polynomials beside the zeros at 1 and 2 are multiplied out later.
+    for (int n = 0; n <= 10; ++n)
+        add({"lgammaf binade " + std::to_string(n), binade(n), 0, 1, 11, Format::f64});
+    const auto beside = [](const Real& origin, const Real& zero) {
+        return [origin, zero](const Real& t) { return beside_zero(origin + t, zero); };
+    };
+    add({"lgammaf 2 to 4", beside(0, 2), 2, 4, 12, Format::f64});
+    add({"lgammaf 1.75 to 2", beside(0, 2), 1.75, 2, 8});
+    add({"lgammaf 1.5 to 1.75", lgamma, 1.5, 1.75, 9, Format::f64});
+    add({"lgammaf 1.25 to 1.5", at(lgamma, gamma_least_at), 1.25 - Real(gamma_least_at), 1.5 - Real(gamma_least_at), 9,
+         Format::f64});
+    add({"lgammaf 1 to 1.25", beside(0, 1), 1, 1.25, 8});
+
+    // lgamma, in extended precision.
+    for (int n = 0; n <= 6; ++n) add({"lgamma binade " + std::to_string(n), binade(n), 0, 1, 24});
+    add({"lgamma 2.25 to 4", at(lgamma, 3.125), -0.875, 0.875, 23});
+    add({"lgamma 1.75 to 2.25", beside(2, 2), -0.25, 0.25, 17});
+    add({"lgamma 1.25 to 1.75", at(lgamma, gamma_least_at), 1.25 - Real(gamma_least_at), 1.75 - Real(gamma_least_at),
+         19});
+    add({"lgamma 0.875 to 1.25", beside(1, 1), -0.125, 0.25, 19});
+    add({"lgamma reflection", reflection, 0, 0.25, 16});
+    for (std::size_t k = 0; k < negative_gamma_zeros().size(); ++k) {
+        const auto& [zero, reach] = negative_gamma_zeros()[k];
+        add({"lgamma zero " + std::to_string(k), beside(zero, zero), -Real(reach), reach, 16});
+    }
+
+    // tgammaf, in doubles. Results for the most used arguments stay as they first were: the first segment is kept as
+    // it is, and so are the constant terms of three small intervals.
+    for (int base : {2, 8, 16, 24, 32, 40}) {
+        FitTarget target{"tgammaf " + std::to_string(base), at(tgamma, base), 0, 1, 13, Format::f64, Error::relative,
+                         Shape::factors};
+        if (base == 40) target.fixed = {12, 1 / 5.546450927971236e-46};  // the factor is taken off apart
+        add(std::move(target));
+    }
+    const auto small = [&](const char* name, double origin, double low, double high, double constant = 0) {
+        FitTarget target{name, at(tgamma, origin), low - Real(origin), high - Real(origin), 8, Format::f64,
+                         Error::absolute};
+        if (constant != 0) target.fixed = {0, constant};
+        add(std::move(target));
+    };
+    small("tgammaf 1 to 1.25", 1, 1, 1.25);
+    small("tgammaf 1.25 to 1.5", gamma_least_at, 1.25, 1.5);
+    small("tgammaf 1.5 to 1.75", 1, 1.5, 1.75, 0.9995580816756666);
+    small("tgammaf 1.75 to 2", 1, 1.75, 2, 0.9978172263008711);
+
+    // tgamma, in extended precision.
+    add({"tgamma sine", sine, 0, 0.25, 12});
+    for (int base : {2, 16, 32, 48, 64, 80, 96, 112, 128, 144, 160, 176})
+        add({"tgamma " + std::to_string(base), at(tgamma, base), 0, 1, 24});
+    for (double low : {1.0, 1.25, 1.5, 1.75}) {
+        const double origin = low == 1.25 ? gamma_least_at : low + 0.125;
+        add({"tgamma small " + std::to_string(int((low - 1) * 4)), at(tgamma, origin), low - Real(origin),
+             low + 0.25 - Real(origin), 16});
+    }
+    return targets;
+}
+
+const Fit fits[] = {
+#include "fits/gamma.inc"
+    {"tgammaf 2 kept",
+     6.9e-14,
+     {3.2420992407919247, 1.9812807775929362, 0.4032232673696625, -1.5476177074139066, -4.04897695894592,
+      -7.772561252897538, 3.761632802528312, 4.102120413909411, 5.140190503773538, 7.093846707663197,
+      10.69351571390214, 19.251663476365962, 8.633072907665279e-06}},
+};
+
+}  // namespace
+
+const std::vector<FitTarget>& gamma_fit_targets() {
+    static const std::vector<FitTarget> targets = make_targets();
+    return targets;
+}
+
+const Fit& gamma_fit(std::string_view name) {
+    for (const Fit& fit : fits)
+        if (fit.name == name) return fit;
+    throw std::out_of_range("no fit of gamma is called " + std::string(name));
+}
+
+Real fit_value(FitTarget::Shape shape, const std::vector<long double>& coefficients, const Real& t) {
+    const auto real = [](long double c) {
+        Real value;
+        mpfr_set_ld(value.mpfr(), c, MPFR_RNDN);
+        return value;
+    };
+    Real value;
+    if (shape == Shape::polynomial) {
+        for (std::size_t k = coefficients.size(); k-- > 0;) value = value * t + real(coefficients[k]);
+        return value;
+    }
+    const std::size_t count = coefficients.size() / 2;
+    value = real(coefficients.back());
+    for (std::size_t k = 0; k < count; ++k)
+        value = value * ((t + real(coefficients[k])) * t + real(coefficients[count + k]));
+    return value;
+}
+
+const std::vector<GammaZero>& negative_gamma_zeros() {
+    static const std::vector<GammaZero> zeros = [] {
+        std::vector<GammaZero> found;
+        for (int n = -2; n >= -14; --n) {
+            // log |gamma| falls from the pole at n to a minimum below zero and rises to the pole at n - 1. The zeros
+            // come close to the poles, by 1 / |n|!.
+            const double bottom = n - 0.6, above = std::nextafter(n, -100.0), below = std::nextafter(n - 1.0, 0.0);
+            for (const auto& [a, b] : {std::pair{above, bottom}, {bottom, below}}) {
+                Real zero = zero_between(a, b);
+                const double to_integer = abs(zero - zero.rounded_to_grid(0)).to_double();
+                found.push_back({std::move(zero), std::min(to_integer / 8, 0.02)});
+            }
+        }
+        return found;
+    }();
+    return zeros;
+}
+
+}  // namespace tuvo

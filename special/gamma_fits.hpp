@@ -1,0 +1,60 @@
+// What the fitted coefficients of log-gamma and gamma stand for, and the fits themselves.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "frame/description/real.hpp"
+
+namespace tuvo {
+
+/// A function to be fitted over an interval of its variable t.
+struct FitTarget {
+    enum class Shape {
+        polynomial,  ///< coefficients of rising powers of t
+        factors,     ///< lead times the product of t^2 + a t + b: the a, falling, then the b, then lead
+    };
+    enum class Error { relative, absolute };
+    enum class Format { f64, extended };  ///< which the coefficients are rounded to
+
+    std::string name;
+    std::function<Real(const Real&)> value;
+    Real low, high;
+    int coefficients;
+    Format format = Format::extended;
+    Error error = Error::relative;
+    Shape shape = Shape::polynomial;
+    /// A coefficient that is given: the power of t, 0 or the highest, and its value.
+    std::optional<std::pair<int, double>> fixed{};
+};
+
+struct Fit {
+    std::string_view name;
+    double error;  ///< largest over the interval, with the coefficients as they are rounded
+    std::vector<long double> coefficients;
+};
+
+const std::vector<FitTarget>& gamma_fit_targets();
+
+/// The committed fit of that name. Throws std::out_of_range for another.
+const Fit& gamma_fit(std::string_view name);
+
+/// The value of a fit's shape.
+Real fit_value(FitTarget::Shape shape, const std::vector<long double>& coefficients, const Real& t);
+
+/// A zero of log |gamma(x)| between two negative integers, and how far from it a polynomial of its own serves.
+struct GammaZero {
+    Real zero;
+    double reach;
+};
+/// Those between -2 and -15 in falling order, two in each unit.
+const std::vector<GammaZero>& negative_gamma_zeros();
+
+/// Where gamma is least, x > 0.
+inline constexpr double gamma_least_at = 0x1.762d86356be3fp+0;  // 1.4616321449683623
+
+}  // namespace tuvo

@@ -1,0 +1,115 @@
+// The routines of float log-gamma. All lanes come here.
+//
+// Positive arguments have a polynomial each binade or quarter. Negative ones are led back to them, by the recurrence or
+// by reflection, but for the surroundings of the zeros next to -2.5 and -3.5, where the terms of both would cancel.
+#include "special/extended.hpp"
+
+#pragma GCC visibility push(hidden)
+extern "C" {
+// Coefficients of rising powers: of x / 2^(n + 2) - 1, for binades from 4 on; of lgamma x / (x - 2) in x, up to 4; and
+// for quarters from 1 on, in x, or in its distance to the least value for the second.
+extern const double lgammaf_binades[11][11];
+extern const double lgammaf_two_to_four[12];
+extern const double lgammaf_quarters[4][9];
+// Surroundings of the zeros: low, zero, high, and four coefficients of powers of x - zero.
+extern const double lgammaf_zeros[4][7];
+}
+#pragma GCC visibility pop
+
+namespace tuvo {
+namespace {
+
+constexpr float infinity_from = f32(0x7c44af8e, 4.08500343e36f);  // results are beyond float from here on
+constexpr float series_from = 8192;
+constexpr double least_at = 0x1.762d86356be3fp+0;  // 1.4616321449683623, where gamma is least
+
+/// For v from 1 to 8192.
+inline long double core(long double v) {
+    if (v >= 4) {
+        const std::uint64_t field = bits(static_cast<double>(v)) >> 52;  // of 2^(n + 2)
+        const std::uint64_t n = field - 1025;
+        return polynomial(lgammaf_binades[n > 10 ? 10 : n], v * f64((2046 - field) << 52) - 1);
+    }
+    if (v >= 2) return (v - 2) * polynomial(lgammaf_two_to_four, v);
+    const int quarter = quarter_of(v);
+    return polynomial(lgammaf_quarters[quarter], quarter == 1 ? v - least_at : v);
+}
+
+inline long double positive(float x) {
+    if (x == 1 || x == 2) return 0;
+    if (x >= series_from) return stirling(x, log_extended(x));
+    if (x >= 1) return core(x);
+    return core(x + 1.0L) - log_extended(x);
+}
+
+/// log(sin(pi z) / (pi z)), |z| up to 1/2.
+inline double log_sine_ratio(double z) {
+    const double s = z * z;
+    return s * horner(s, f64(0xbfd58731a486e820, -0.33637658183181607), f64(0xbfa4452cc28e15a9, -0.03959026217402634),
+                      f64(0xbfc86a0d5252e778, -0.19073645133704153), f64(0xbfc93e08c9ee284b, -0.19720563754919093),
+                      f64(0xbfd013f6e1b86c4f, -0.25121852915771553), f64(0xbfd5b3f19f7a341f, -0.33910790037117694),
+                      f64(0xbfe15132555c9edd, -0.5411616961691511), f64(0xbffa51a662480e35, -1.6449340666885182));
+}
+
+/// Of x = -y, which is no integer.
+inline long double negative(double x) {
+    const double y = -x;
+    if (y < 9) {
+        if (y >= 2 && y < 4)
+            for (const auto& [low, zero, high, c0, c1, c2, c3] : lgammaf_zeros)
+                if (x > low && x < high) {
+                    const long double t = static_cast<long double>(x) - zero;
+                    return c0 + t * (c1 + t * (c2 + t * c3));
+                }
+        long double p = x, v = x + 1.0L;
+        for (; v < 1; v += 1) p *= v;
+        return core(v) - log_extended(p < 0 ? -p : p);
+    }
+    const int floor = static_cast<int>(y);
+    const double fraction = y - floor;
+    const double z = fraction > 0.5 ? 1 - fraction : fraction;
+    const long double log_y = log_extended(y);
+    const long double of_y = y < series_from ? core(y) : stirling(y, log_y);
+    return -log_y - log_extended(z) - log_sine_ratio(z) - of_y;
+}
+
+inline RareStatus log_gamma(float x, float* out, int* sign) {
+    *sign = 1;
+    if (exponent_field(x) == exponent_field_all_ones<float>) {
+        *out = x * x;
+        return RareStatus::ordinary;
+    }
+    if (x > 0) {
+        if (x >= infinity_from) {
+            const double largest = runtime(f64(0x47efffffe0000000));
+            *out = static_cast<float>(largest * largest);
+            return RareStatus::overflow;
+        }
+        *out = static_cast<float>(positive(x));
+        return RareStatus::ordinary;
+    }
+    const bool whole = x <= -8388608.0f || x == static_cast<float>(static_cast<int>(x));
+    if (whole) {  // zero, too
+        if (bits(x) == 0x80000000) *sign = -1;
+        *out = 1 / runtime(0.0f);
+        return RareStatus::pole;
+    }
+    if (!(static_cast<int>(x) & 1)) *sign = -1;
+    *out = static_cast<float>(negative(x));
+    return RareStatus::ordinary;
+}
+
+}  // namespace
+
+extern "C" {
+
+RareStatus lgammaf_rare(const float* x, float* out) {
+    int sign;
+    return log_gamma(*x, out, &sign);
+}
+
+RareStatus lgammarf_rare(const float* x, float* out, int* sign) { return log_gamma(*x, out, sign); }
+
+}  // extern "C"
+
+}  // namespace tuvo
