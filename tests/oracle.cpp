@@ -59,6 +59,7 @@ double fast_cospi(double x) {
     return r <= 0.75 ? std::sin(M_PI * (0.5 - r)) : -std::cos(M_PI * (1 - r));
 }
 double fast_tanpi(double x) { return fast_sinpi(x) / fast_cospi(x); }
+
 /// To 128 bits, which is several times as quick as all that Real has.
 template <int function(mpfr_ptr, mpfr_srcptr, mpfr_rnd_t)>
 Real to_128_bits(const Real& x) {
