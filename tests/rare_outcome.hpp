@@ -22,11 +22,13 @@ struct RareResult {
     }
 };
 
-inline RareResult call_rare(const Family& family, const std::vector<std::uint64_t>& arguments) {
+/// `before` is what stands in the result's place, and stays if the routine leaves it.
+inline RareResult call_rare(const Family& family, const std::vector<std::uint64_t>& arguments,
+                            std::uint64_t before = 0) {
     const RareRoutine routine = find_rare_routine(family);
     const unsigned saved = _mm_getcsr();
     _mm_setcsr(0x1f80);
-    RareResult result{};
+    RareResult result{before, 0, 0};
     void* const out = &result.pattern;
     result.status = arguments.size() == 1 ? routine(&arguments[0], out, nullptr, nullptr)
                                           : routine(&arguments[0], &arguments[1], out, nullptr);
