@@ -171,6 +171,8 @@ public:
         const bool exact = exact_outputs(family_, Patterns(family_.arguments.size())).has_value();
         if (!exact && is_unary_float(family_) && FloatErrorScan::knows(family_.operation))
             scan_.emplace(family_.operation);
+        else if (!exact && ExtendedErrorScan::knows(family_.operation))
+            extended_.emplace(family_.operation, family_.element);
     }
 
     bool concerns(std::span<const std::uint64_t> lane) const { return domain_.contains(lane); }
@@ -181,9 +183,10 @@ public:
         if (const auto quick = quick_error(family_, lane, got[0]); quick && *quick < measured_.ulp)
             return *quick - 0.01;
         const double error = scan_ ? scan_->add(static_cast<std::uint32_t>(lane[0]), static_cast<std::uint32_t>(got[0]))
-                                   : error_of(family_, lane, got);
-        // The scan confirms an error that looks the largest.
-        const double confirmed = scan_ ? scan_->max_error() : error;
+                             : extended_ ? extended_->add(lane, got[0])
+                                         : error_of(family_, lane, got);
+        // A scan confirms an error that looks the largest.
+        const double confirmed = scan_ ? scan_->max_error() : extended_ ? extended_->max_error() : error;
         if (confirmed > measured_.ulp) {
             measured_.ulp = confirmed;
             measured_.worst = lane;
@@ -198,6 +201,7 @@ private:
     const Family& family_;
     Domain domain_;
     std::optional<FloatErrorScan> scan_;
+    std::optional<ExtendedErrorScan> extended_;
     Measured measured_;
 };
 

@@ -338,4 +338,64 @@ void FloatErrorScan::merge(const FloatErrorScan& other) {
     }
 }
 
+namespace {
+
+struct ExtendedOracle {
+    std::string_view operation;
+    long double (*unary)(long double);
+    long double (*binary)(long double, long double);
+};
+constexpr long double extended_pi = 3.14159265358979323846264338327950288L;
+constexpr ExtendedOracle extended_oracles[] = {
+    {"asin", asinl, nullptr},
+    {"acos", acosl, nullptr},
+    {"atan", atanl, nullptr},
+    {"asinpi", [](long double x) { return asinl(x) / extended_pi; }, nullptr},
+    {"acospi", [](long double x) { return acosl(x) / extended_pi; }, nullptr},
+    {"atanpi", [](long double x) { return atanl(x) / extended_pi; }, nullptr},
+    {"atan2", nullptr, atan2l},
+    {"atan2pi", nullptr, [](long double y, long double x) { return atan2l(y, x) / extended_pi; }},
+};
+
+const ExtendedOracle* find_extended(std::string_view operation) {
+    for (const ExtendedOracle& entry : extended_oracles)
+        if (entry.operation == operation) return &entry;
+    return nullptr;
+}
+
+long double value_of(Lane lane, std::uint64_t pattern) {
+    return lane == Lane::f32 ? std::bit_cast<float>(static_cast<std::uint32_t>(pattern))
+                             : std::bit_cast<double>(pattern);
+}
+
+}  // namespace
+
+bool ExtendedErrorScan::knows(std::string_view operation) { return find_extended(operation) != nullptr; }
+
+ExtendedErrorScan::ExtendedErrorScan(std::string_view operation, Lane lane) : operation_(operation), lane_(lane) {
+    const ExtendedOracle* entry = find_extended(operation);
+    if (!entry) throw std::invalid_argument("no extended oracle for " + operation_);
+    unary_ = entry->unary;
+    binary_ = entry->binary;
+}
+
+double ExtendedErrorScan::add(std::span<const std::uint64_t> arguments, std::uint64_t got) {
+    const long double first = value_of(lane_, arguments[0]), value = value_of(lane_, got);
+    const long double reference = unary_ ? unary_(first) : binary_(first, value_of(lane_, arguments[1]));
+    if (std::isnan(reference) && std::isnan(value)) return 0;
+    if (std::isfinite(reference) && std::isfinite(value)) {
+        const Format format = format_of(lane_);
+        const int exponent = reference == 0 ? format.min_exponent : std::ilogb(reference);
+        const int last_place = std::max(exponent, format.min_exponent) - format.significand_bits + 1;
+        const long double error = std::ldexp(std::fabs(value - reference), -last_place);
+        // Next to a power of two, the ulp may be that of the binade below, and the error twice as large.
+        if (2 * error < max_error_ ||
+            (error + 0.01L < max_error_ && std::fabs(reference) > std::ldexp(1 + 0x1p-60L, exponent)))
+            return static_cast<double>(error);
+    }
+    const double error = ulp_error(lane_, got, *oracle(operation_, arguments, lane_));
+    max_error_ = std::max(max_error_, error);
+    return error;
+}
+
 }  // namespace tuvo

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -78,6 +79,26 @@ private:
     double max_error_ = 0;
     std::uint32_t worst_input_ = 0;
     std::uint32_t worst_got_ = 0;
+};
+
+/// The same for functions of one or two arguments of either type: x87 arithmetic, with 11 bits more than double, tells
+/// the error to 0.01 ulp, and MPFR decides where that may exceed the largest so far.
+class ExtendedErrorScan {
+public:
+    static bool knows(std::string_view operation);
+    /// Throws std::invalid_argument for an operation that has no such function.
+    ExtendedErrorScan(std::string_view operation, Lane lane);
+
+    /// Takes in one result. Returns its error in ulp, to 0.01.
+    double add(std::span<const std::uint64_t> arguments, std::uint64_t got);
+    double max_error() const { return max_error_; }
+
+private:
+    std::string operation_;
+    Lane lane_;
+    long double (*unary_)(long double);
+    long double (*binary_)(long double, long double);
+    double max_error_ = 0;
 };
 
 }  // namespace tuvo

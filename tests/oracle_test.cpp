@@ -97,6 +97,28 @@ TEST(Oracle, ScanAgreesWithTheExactError) {
     EXPECT_EQ(scan.max_error(), wrong);
 }
 
+TEST(Oracle, ExtendedScanAgreesWithTheExactError) {
+    RandomBits random(2);
+    for (const auto& [operation, lane] : {std::pair{"atan2pi", Lane::f64}, {"atan2", Lane::f32}, {"acos", Lane::f64}}) {
+        ExtendedErrorScan scan(operation, lane);
+        double largest_error = 0;
+        const std::vector<std::uint64_t> inputs = stratified_patterns(lane, 1, {}, 1);
+        for (std::size_t i = 0; i < inputs.size(); i += 3) {
+            std::vector<std::uint64_t> arguments{inputs[i]};
+            if (operation != std::string("acos")) arguments.push_back(inputs[i] + (random() & 0xffffff));
+            const Real exact = *oracle(operation, arguments, lane);
+            std::uint64_t got = exact.to_pattern(lane);
+            if (exact.is_finite()) got += random() % 100 ? random() % 5 : random() % 1000;
+            const double expected = ulp_error(lane, got, exact), told = scan.add(arguments, got);
+            largest_error = std::max(largest_error, expected);
+            // Within rounding of a power of two the ulp may be half of that.
+            EXPECT_NEAR(told < 0.75 * expected ? 2 * told : told, expected, 0.01) << operation << std::hex << inputs[i];
+        }
+        EXPECT_EQ(scan.max_error(), largest_error) << operation;
+    }
+    EXPECT_FALSE(ExtendedErrorScan::knows("no such operation"));
+}
+
 TEST(Oracle, InputsCoverTheFormat) {
     const std::uint32_t thresholds[] = {0x41234567, 0xbf7fffff};
     const std::vector<std::uint32_t> inputs = stratified_floats(7, thresholds);
