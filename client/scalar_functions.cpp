@@ -41,6 +41,10 @@ void append(std::vector<Entry>& table, Lane element) {
     add(
         "log2", +[](T x) { return std::log2(x); });
     add(
+        "asin", +[](T x) { return std::asin(x); });
+    add(
+        "atan2", +[](T y, T x) { return std::atan2(y, x); });
+    add(
         "sqrt", +[](T x) { return std::sqrt(x); });
     add(
         "rsqrt", +[](T x) { return 1 / std::sqrt(x); });
