@@ -19,7 +19,8 @@ inline RareStatus outside(T x, T* out) {
 /// With the results at 1 and -1. Inside the interval the kernel's own result stands.
 template <class T>
 inline RareStatus in_turns(T x, T at_one, T at_minus_one, T* out) {
-    if (!(__builtin_fabs(x) <= 1)) return outside(x, out);
+    // A compare of a quiet NaN would raise a flag.
+    if (exponent_field(x) == exponent_field_all_ones<T> || __builtin_fabs(x) > 1) return outside(x, out);
     if (x == 1) *out = at_one;
     if (x == -1) *out = at_minus_one;
     return RareStatus::ordinary;
