@@ -1,6 +1,6 @@
 // Great-circle distances and bearings between places on a sphere, four pairs at a time.
 
-constant double radians = 0.017453292519943295, degrees = 57.29577951308232;
+constant double one_degree = 0.017453292519943295, one_radian = 57.29577951308232;  // in the unit of the other
 
 // Places in degrees north and east; distances in the unit of the radius, bearings in degrees from north to east, from
 // -180 to 180.
@@ -8,8 +8,8 @@ kernel void great_circles(global const double* latitude1, global const double* l
                           global const double* latitude2, global const double* longitude2, double radius,
                           global double* distance, global double* bearing) {
     size_t i = get_global_id(0);
-    double4 phi1 = radians * vload4(i, latitude1), phi2 = radians * vload4(i, latitude2);
-    double4 lambda = radians * (vload4(i, longitude2) - vload4(i, longitude1));
+    double4 phi1 = one_degree * vload4(i, latitude1), phi2 = one_degree * vload4(i, latitude2);
+    double4 lambda = one_degree * (vload4(i, longitude2) - vload4(i, longitude1));
     double4 cos1, sin1 = sincos(phi1, &cos1);
     double4 cos2;
     sincos(phi2, &cos2);
@@ -23,5 +23,5 @@ kernel void great_circles(global const double* latitude1, global const double* l
     // Toward the east and the north, in the plane that touches the sphere at the first place.
     double4 east = 2.0 * sin_east * cos_east * cos2;
     double4 north = 2.0 * (sin_north * cos_north + sin1 * cos2 * (sin_east * sin_east));
-    vstore4(degrees * atan2(east, north), i, bearing);
+    vstore4(one_radian * atan2(east, north), i, bearing);
 }
