@@ -38,7 +38,6 @@ int run(int count, char** words) {
     ModuleOptions options;
     std::string file = "-";
     std::vector<std::string> families;
-    bool no_variants = false;
     bool names_only = false;
     app.add_option("--out", file, "file to write; - for the standard output")->capture_default_str();
     app.add_option("--prefix", options.abi.prefix, "in front of every built-in's name, for runtimes that rename them");
@@ -57,11 +56,14 @@ int run(int count, char** words) {
     app.add_option("--pointers", options.abi.pointers, "typed for LLVM 14 and 15, opaque for 15 and later")
         ->transform(CLI::CheckedTransformer(
             std::map<std::string, Pointers>{{"typed", Pointers::typed}, {"opaque", Pointers::opaque}}));
-    app.add_flag("--no-variants", no_variants, "don't tell the loop vectoriser of kernels for several values");
+    app.add_option(
+           "--variants", options.variants,
+           "what keeps the kernels for several values until the loop vectoriser has run: a list, calls, nothing")
+        ->transform(CLI::CheckedTransformer(std::map<std::string, Variants>{
+            {"listed", Variants::listed}, {"called", Variants::called}, {"none", Variants::none}}));
     app.add_flag("--names", names_only, "write the symbols instead, one a line with the built-in that it stands for");
     app.add_option("family", families, "families that the library has; all if none is named");
     CLI11_PARSE(app, count, words);
-    options.vector_variants = !no_variants;
 
     std::ostringstream text;
     if (names_only)

@@ -1,6 +1,7 @@
 #include "builtins/write_ir.hpp"
 
 #include <algorithm>
+#include <cstdint>
 #include <map>
 
 #include "builtins/kernel_call.hpp"
@@ -13,7 +14,8 @@ struct Module {
     const ModuleOptions& options;
     std::vector<std::string> functions;
     Declarations declarations;
-    std::map<std::string, std::string> variants;  ///< names of kernels for several values, and their types
+    /// Names of functions for the sake of several values, and the types of those that are to be kept.
+    std::map<std::string, std::string> variants;
 };
 
 std::string pointer_type(const Module& module, const Parameter& parameter) {
@@ -97,13 +99,81 @@ std::string variants_attribute(Module& module, const Family& family) {
     return " \"vector-function-abi-variant\"=\"" + names + "\"";
 }
 
+/// The function for one value that calls the wider kernels, too; the text of its name, or nothing if none passes its
+/// values whole.
+std::string one_by_one(Module& module, const Family& family, std::string& attribute) {
+    std::vector<int> kept;
+    for (int width : widths)
+        if (width != 1 && width != 3 && passes_whole(family, width)) kept.push_back(width);
+    if (kept.empty()) return "";
+    const std::string name = "__tuvo_one_" + family.name();
+    attribute.clear();
+    for (int width : kept)
+        attribute += (attribute.empty() ? "" : ",") + ("_ZGV_LLVM_N" + std::to_string(width)) +
+                     std::string(family.arguments.size(), 'v') + "_" + name + "(" + export_name(family, width) + ")";
+    attribute = " \"vector-function-abi-variant\"=\"" + attribute + "\"";
+    if (!module.variants.emplace(name, "").second) return name;
+
+    Body body;
+    std::vector<Operand> arguments;
+    std::string parameters;
+    for (std::size_t i = 0; i < family.arguments.size(); ++i) {
+        arguments.push_back({{scalar_of_lane(family.arguments[i]), 1}, "%a" + std::to_string(i)});
+        parameters += (i ? ", " : "") + llvm_type(arguments[i].type) + " " + arguments[i].name;
+    }
+    const Type result{scalar_of_lane(family.results[0]), 1};
+    const Pointers pointers = module.options.abi.pointers;
+    const std::string word = "i" + std::to_string(8 * lane_size(family.arguments[0]));
+    const std::string bits =
+        is_floating(family.arguments[0])
+            ? body.add("bitcast " + llvm_type(arguments[0].type) + " " + arguments[0].name + " to " + word)
+            : arguments[0].name;
+    std::string cases;
+    for (std::size_t i = 0; i < kept.size(); ++i) {
+        // NaNs with odd payloads; integers next to the least. A wide kernel gives the same there.
+        const std::int64_t least = lane_size(family.arguments[0]) == 8 ? INT64_MIN : INT32_MIN;
+        const std::int64_t odd = is_floating(family.arguments[0]) ? -1 - static_cast<std::int64_t>(i)
+                                                                  : least + 1 + static_cast<std::int64_t>(i);
+        cases += " " + word + " " + std::to_string(odd) + ", label %w" + std::to_string(kept[i]);
+    }
+    body.line("switch " + word + " " + bits + ", label %one [" + cases + " ]");
+    for (int width : kept) {
+        body.line("w" + std::to_string(width) + ":");
+        std::vector<Operand> lanes;
+        for (const Operand& argument : arguments) lanes.push_back(splat(body, argument, width));
+        const Operand wide = call_kernel(body, module.declarations, family, width, lanes, "", pointers).at(0);
+        body.line("ret " + llvm_type(result) + " " +
+                  body.add("extractelement " + llvm_type(wide.type) + " " + wide.name + ", i32 0"));
+    }
+    body.line("one:");
+    const Operand value = call_kernel(body, module.declarations, family, 1, arguments, "", pointers).at(0);
+    std::string text = "define internal " + llvm_type(result) + " @" + name + "(" + parameters +
+                       ") noinline nounwind willreturn readnone {\n";
+    for (const std::string& line : body.lines) text += "  " + line + "\n";
+    module.functions.push_back(text + "  ret " + llvm_type(result) + " " + value.name + "\n}\n");
+    return name;
+}
+
 std::vector<Operand> call_step(Body& body, Module& module, const Builtin& builtin,
                                const std::vector<Operand>& arguments, const std::string& out) {
     const Family& family = *builtin.family;
-    const bool variants =
-        module.options.vector_variants && builtin.width == 1 && !family.out && family.results.size() == 1;
-    return call_kernel(body, module.declarations, family, builtin.width, arguments, out, module.options.abi.pointers,
-                       variants ? variants_attribute(module, family) : "");
+    const Pointers pointers = module.options.abi.pointers;
+    std::string attribute;
+    if (builtin.width == 1 && !family.out && family.results.size() == 1) {
+        if (module.options.variants == Variants::listed) attribute = variants_attribute(module, family);
+        if (module.options.variants == Variants::called) {
+            const std::string name = one_by_one(module, family, attribute);
+            if (!name.empty()) {
+                std::string values;
+                for (const Operand& argument : arguments)
+                    values += (values.empty() ? "" : ", ") + llvm_type(argument.type) + " " + argument.name;
+                const Type type{scalar_of_lane(family.results[0]), 1};
+                return {{type, body.add("call " + llvm_type(type) + " @" + name + "(" + values +
+                                        ") nounwind willreturn readnone" + attribute)}};
+            }
+        }
+    }
+    return call_kernel(body, module.declarations, family, builtin.width, arguments, out, pointers, attribute);
 }
 
 // ---- Conversions ---------------------------------------------------------------------------------------------------
@@ -214,7 +284,7 @@ void define(Module& module, const Builtin& builtin) {
 }
 
 void write_kept(std::ostream& out, const Module& module) {
-    if (module.variants.empty()) return;
+    if (module.variants.empty() || module.options.variants != Variants::listed) return;
     const Pointers pointers = module.options.abi.pointers;
     const std::string byte = llvm_pointer("i8", 0, pointers);
     out << "; Named by attributes only, which doesn't keep a function.\n@llvm.compiler.used = appending global ["

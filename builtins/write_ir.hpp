@@ -7,11 +7,18 @@
 
 namespace tuvo::builtins {
 
+/// How calls for one value tell the loop vectoriser of the kernels for several, and what keeps those until it has run.
+enum class Variants : std::uint8_t {
+    none,    ///< they don't
+    listed,  ///< the kernels stand in `llvm.compiler.used`
+    called,  ///< calls go by way of a small function that also calls the kernels for several values, on arguments that
+             ///< hardly occur: for runtimes that copy into a program what is called by name, and nothing else
+};
+
 struct ModuleOptions {
     Abi abi;
     Plain plain = Plain::standard;
-    /// Calls for one value tell the loop vectoriser which kernels do several at once.
-    bool vector_variants = true;
+    Variants variants = Variants::listed;
 };
 
 /// Writes a module that defines every built-in of `catalogue(families, options.plain)` by calls of kernels.

@@ -21,7 +21,7 @@ done
 link_builtins() {
     local bits=256 name=kernel-x86_64-pc-linux-gnu-$1.bc
     [ "$1" = avx512 ] && bits=512
-    "$builtins" --abi x86-64 --register-bits $bits --prefix "$2" --pointers opaque --no-variants --out "$3.ll"
+    "$builtins" --abi x86-64 --register-bits $bits --prefix "$2" --pointers opaque --variants called --out "$3.ll"
     llvm-as-15 "$3.ll" -o "$3.bc"
     llvm-link-15 --suppress-warnings "$data/$name" ${4:+"$4"} "$3.bc" -o "$3/share/pocl/$name"
     rm "$3.ll" "$3.bc"

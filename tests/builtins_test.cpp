@@ -481,6 +481,29 @@ TEST_P(Releases, LinkAndOptimizeTheBuiltIns) {
 
 INSTANTIATE_TEST_SUITE_P(Builtins, Releases, testing::Values(14, 15, 16, 19));
 
+/// The loop vectoriser takes the kernel for eight values, whatever keeps it.
+TEST_F(Builtins, LoopsOverOneValueCallTheKernelForEight) {
+    std::ofstream(folder / "loop.ll")
+        << "define void @loop(ptr noalias %x, ptr noalias %y, i64 %n) \"target-features\"=\"+avx\" {\n"
+           "entry:\n  br label %body\n"
+           "body:\n  %i = phi i64 [ 0, %entry ], [ %j, %body ]\n"
+           "  %p = getelementptr float, ptr %x, i64 %i\n  %v = load float, ptr %p\n"
+           "  %r = call spir_func float @_Z3logf(float %v)\n"
+           "  %q = getelementptr float, ptr %y, i64 %i\n  store float %r, ptr %q\n"
+           "  %j = add nuw nsw i64 %i, 1\n  %more = icmp ult i64 %j, %n\n"
+           "  br i1 %more, label %body, label %end\n"
+           "end:\n  ret void\n}\n"
+           "declare spir_func float @_Z3logf(float)\n";
+    for (const auto& [variants, wide] : {std::pair("listed", true), {"called", true}, {"none", false}}) {
+        ASSERT_TRUE(runs(std::string("'" TUVO_BUILTINS "' --pointers opaque --out own.ll --variants ") + variants +
+                         " && llvm-link-15 --only-needed loop.ll own.ll -S -o l.ll && "
+                         "opt-15 -mtriple=x86_64-linux-gnu -O2 -S l.ll -o -"))
+            << said;
+        EXPECT_EQ(said.find("<8 x float> @__ocl_tuvo_e9_logf8(<8 x float> %wide.load") != std::string::npos, wide)
+            << variants;
+    }
+}
+
 /// A kernel that takes a whole register of 256 bits must not be passed two halves.
 TEST_F(Builtins, CallersWithoutAvxAreRefused) {
     std::ofstream(folder / "caller.ll") << caller_text;

@@ -54,7 +54,7 @@ TEST_F(Runtime, AWrongKernelIsNoticed) {
     const Result result =
         run("LD_PRELOAD=\"$PWD/wrong.so\" '" TUVO_WITH "' '" TUVO_OPENCL_HOST "' check --filter '^logf$'");
     EXPECT_EQ(result.status, 1) << result.text;
-    EXPECT_NE(result.text.find("logf: WRONG, width 8"), std::string::npos) << result.text;
+    EXPECT_NE(result.text.find("logf: WRONG, width "), std::string::npos) << result.text;
 }
 
 TEST_F(Runtime, ProgramsCompileOrSayWhyNot) {
