@@ -28,7 +28,7 @@ constexpr std::uint64_t tan_limit = 0x40ff400000000000;      // 128000
 constexpr std::uint64_t round_shifter = 0x4338000000000000;  // 6755399441055744, 1.5 x 2^52
 constexpr std::uint64_t two_over_pi = 0x3fe45f306dc9c883;    // 0.6366197723675814
 constexpr std::uint64_t head_mask = 0xfffffffff8000000;      // keeps 26 bits of a significand
-// The default tier's heads leave 17 bits for an exact product with the quotient, the short tier's 23 and more.
+// The heads have 35 bits, in the short tier 23: products with quotients of up to 17 bits are exact.
 constexpr std::uint64_t half_pi_default[] = {
     0x3ff921fb54440000,  // 1.5707963267923333
     0x3d868c234c4c0000,  // 2.5633441515839558e-12
