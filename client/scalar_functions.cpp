@@ -60,6 +60,11 @@ void append(std::vector<Entry>& table, Lane element) {
         "cosh", +[](T x) { return std::cosh(x); });
     add(
         "atan", +[](T x) { return std::atan(x); });
+    for (const char* power : {"pow", "powr"})
+        add(
+            power, +[](T x, T y) { return std::pow(x, y); });
+    add(
+        "cbrt", +[](T x) { return std::cbrt(x); });
     add(
         "hypot", +[](T x, T y) { return std::hypot(x, y); });
     add(

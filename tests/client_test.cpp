@@ -379,14 +379,17 @@ TEST_F(Client, UnfitWordsAreRejectedWithAHint) {
 TEST_F(Client, DemonstrationsAgreeWithTheirReferences) {
     const Result result = client("demo --output pictures");
     EXPECT_EQ(result.status, 0) << result.out << result.err;
-    for (const std::string name : {"bodies", "cities", "entropy", "filter", "options", "picture", "soliton", "waves"}) {
+    for (const std::string name :
+         {"bodies", "cities", "entropy", "filter", "options", "picture", "soliton", "tones", "waves"}) {
         std::string text = result.out.substr(result.out.find(name + ":\n"));
         text.erase(text.find("\n\n"));
         if (text.find("left out: the library has no kernel for") != std::string::npos) continue;
         EXPECT_NE(text.find("times as fast\n"), std::string::npos) << text;
         EXPECT_NE(text.find(": agree with the reference;"), std::string::npos) << text;
     }
-    expect_rejected("demo walk", "there is no demo 'walk'; there are: bodies cities entropy filter options picture soliton waves");
+    expect_rejected(
+        "demo walk",
+        "there is no demo 'walk'; there are: bodies cities entropy filter options picture soliton tones waves");
 }
 
 TEST_F(Client, EntropyOfFilesWithAKnownOne) {
