@@ -66,6 +66,12 @@ void append(std::vector<Entry>& table, Lane element) {
     add(
         "cbrt", +[](T x) { return std::cbrt(x); });
     add(
+        "erfc", +[](T x) { return std::erfc(x); });
+    add(
+        "lgamma", +[](T x) { return std::lgamma(x); });
+    add(
+        "tgamma", +[](T x) { return std::tgamma(x); });
+    add(
         "hypot", +[](T x, T y) { return std::hypot(x, y); });
     add(
         "fma", +[](T a, T b, T c) { return std::fma(a, b, c); });
