@@ -1,12 +1,14 @@
 // Fits the polynomials of log-gamma and gamma: fit-gamma > fits/gamma.inc
 //
 // takes half a minute. What is fitted stands in special/gamma_fits.cpp. Minimax fits by exchange over a fine grid, in 320
-// bits with MPFR, which has both functions. Coefficients are rounded after the fit: all of them are used in an
-// arithmetic of more bits than the result has.
+// bits with MPFR, which has both functions. Coefficients are rounded after the fit. Where the higher ones have fewer bits
+// the lower ones make up for it: what rounding takes off the highest power is taken off in the shape of a Chebyshev
+// polynomial of that degree, the least that a polynomial with that coefficient can be.
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <utility>
 
 #include "special/gamma_fits.hpp"
 
@@ -100,6 +102,23 @@ Vector in_t(const Vector& c, const Real& middle, const Real& half) {
     return result;
 }
 
+/// Rounds all coefficients but the first few to double, from the highest down.
+void round_from_above(Vector& c, int wide, const Real& middle, const Real& half) {
+    for (int k = static_cast<int>(c.size()) - 1; k >= wide; --k) {
+        Vector chebyshev{1}, next{0, 1};  // in s
+        for (int degree = 1; degree < k; ++degree) {
+            Vector after(next.size() + 1);
+            for (std::size_t j = 0; j < next.size(); ++j) after[j + 1] = 2 * next[j];
+            for (std::size_t j = 0; j < chebyshev.size(); ++j) after[j] = after[j] - chebyshev[j];
+            chebyshev = std::exchange(next, std::move(after));
+        }
+        const Vector shape = in_t(next, middle, half);
+        const Real& highest = c[static_cast<std::size_t>(k)];
+        const Real excess = (highest - highest.to_double()) / shape.back();
+        for (std::size_t j = 0; j < shape.size(); ++j) c[j] = c[j] - excess * shape[j];
+    }
+}
+
 struct Complex {
     Real re, im;
 };
@@ -174,10 +193,13 @@ void fit(const FitTarget& target) {
     Vector c = in_t(minimax(free_part(samples, arguments, target), count - target.fixed.has_value()), middle, half);
     if (target.fixed) c.insert(target.fixed->first == 0 ? c.begin() : c.end(), target.fixed->second);
     if (target.shape == FitTarget::Shape::factors) c = factors(c);
+    const int wide = target.format == FitTarget::Format::f64     ? 0
+                     : target.format == FitTarget::Format::mixed ? FitTarget::wide_coefficients
+                                                                 : target.coefficients;
+    if (wide > 0) round_from_above(c, wide, middle, half);
     std::vector<long double> rounded;
-    for (const Real& value : c)
-        rounded.push_back(target.format == FitTarget::Format::f64 ? value.to_double()
-                                                                  : mpfr_get_ld(value.mpfr(), MPFR_RNDN));
+    for (std::size_t k = 0; k < c.size(); ++k)
+        rounded.push_back(static_cast<int>(k) < wide ? mpfr_get_ld(c[k].mpfr(), MPFR_RNDN) : c[k].to_double());
     Real largest;
     for (std::size_t i = 0; i <= points; ++i) {
         const Real value = fit_value(target.shape, rounded, arguments[i]);

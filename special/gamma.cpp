@@ -36,7 +36,7 @@ const Describe families[] = {
     {{"lgamma"}, describe(by_routine<Type::f64>), {.ulp = 0.9573, .worst = {0xc02e0000000001af}, .thresholds = log_thresholds}},
     {{"lgammar"}, describe(by_routine_with_sign<Type::f64>), {.ulp = 0.9573, .worst = {0xc02e0000000001af}, .thresholds = log_thresholds}},
     {{"tgammaf"}, describe(by_routine<Type::f32>), {.ulp = 0.5029, .worst = {0x3e765ed4}, .thresholds = thresholds_f}},
-    {{"tgamma"}, describe(by_routine<Type::f64>), {.ulp = 0.5018, .worst = {0xc04dae8b8d57c567}, .thresholds = thresholds}},
+    {{"tgamma"}, describe(by_routine<Type::f64>), {.ulp = 0.5066, .worst = {0xc05304c1495f0863}, .thresholds = thresholds}},
 };
 
 }  // namespace

@@ -19,13 +19,18 @@ struct FitTarget {
         factors,     ///< lead times the product of t^2 + a t + b: the a, falling, then the b, then lead
     };
     enum class Error { relative, absolute };
-    enum class Format { f64, extended };  ///< which the coefficients are rounded to
+    enum class Format {
+        f64,
+        extended,
+        mixed,  ///< the first `wide_coefficients` extended, the others f64
+    };
+    static constexpr int wide_coefficients = 5;
 
     std::string name;
     std::function<Real(const Real&)> value;
     Real low, high;
     int coefficients;
-    Format format = Format::extended;
+    Format format = Format::mixed;
     Error error = Error::relative;
     Shape shape = Shape::polynomial;
     /// A coefficient that is given: the power of t, 0 or the highest, and its value.

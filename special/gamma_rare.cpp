@@ -7,12 +7,14 @@
 
 #pragma GCC visibility push(hidden)
 extern "C" {
-// Coefficients of rising powers of u, for segments that begin at 2, 16, 32 ... 176.
-extern const long double tgamma_segments[12][24];
-// For the quarters of [1, 2): of the distance to the middle, or to the least value in the second.
-extern const long double tgamma_small[4][16];
-// sin(pi z) / (pi z) in z^2.
-extern const long double tgamma_sine[12];
+// Coefficients of rising powers, the first five apart: of u, for segments that begin at 2, 16, 32 ... 176; for the
+// quarters of [1, 2), of the distance to the middle, or to the least value in the second; and of sin(pi z) / (pi z) in z^2.
+extern const long double tgamma_segments_wide[12][5];
+extern const double tgamma_segments[12][19];
+extern const long double tgamma_small_wide[4][5];
+extern const double tgamma_small[4][11];
+extern const long double tgamma_sine_wide[5];
+extern const double tgamma_sine[7];
 }
 #pragma GCC visibility pop
 
@@ -26,7 +28,8 @@ constexpr double huge = 0x1p1000, tiny = 0x1p-1000;
 
 /// For y from 2 on, with i and u its whole part and the rest.
 inline long double large(double y, int i, double u) {
-    long double product = polynomial(tgamma_segments[i >> 4], static_cast<long double>(u));
+    long double product = polynomial(tgamma_segments_wide[i >> 4], tgamma_segments[i >> 4], u);
+    if (i >= 176) product *= 0x1p120f;  // that its row lacks, whose numbers would be beyond double
     for (int j = (i & 15) - (i < 16 ? 2 : 0); j > 0; --j) product *= y - static_cast<long double>(j);
     return product;
 }
@@ -35,7 +38,7 @@ inline long double large(double y, int i, double u) {
 inline long double small(long double v) {
     static constexpr double origins[] = {1.125, least_at, 1.625, 1.875};
     const int quarter = quarter_of(v);
-    return polynomial(tgamma_small[quarter], v - origins[quarter]);
+    return quick_polynomial(tgamma_small_wide[quarter], tgamma_small[quarter], v - origins[quarter]);
 }
 
 inline RareStatus domain_error(double* out) {
@@ -82,7 +85,7 @@ inline RareStatus domain_error(double* out) {
         return RareStatus::underflow;
     }
     const long double z = u > 0.5 ? 1 - u : u;
-    const long double s = z * polynomial(tgamma_sine, z * z);
+    const long double s = z * quick_polynomial(tgamma_sine_wide, tgamma_sine, z * z);
     const long double g = 1 / (y >= 2 ? y * s * large(y, i, u) : y >= 1 ? s * y * small(y) : s * small(y + 1.0L));
     *out = static_cast<double>(odd ? g : -g);
     return RareStatus::ordinary;

@@ -1,7 +1,7 @@
 #include "special/gamma_tables.hpp"
 
-#include <bit>
 #include <cstring>
+#include <numeric>
 
 #include "special/gamma_fits.hpp"
 
@@ -30,12 +30,6 @@ Real real(long double value) {
 void append_fit(RawTable& table, std::string_view name) {
     for (long double c : gamma_fit(name).coefficients) append(table, real(c));
 }
-RawTable table_of_fit(std::string_view name) {
-    RawTable table = extended(1);
-    append_fit(table, name);
-    return table;
-}
-
 /// (x - zero) q(x), for a zero of 1 or 2. All coefficients are multiples of 2^-46, so that their sum at the zero, with
 /// its powers of two, is exactly zero: results beside it would lose their last bits otherwise.
 void append_with_zero(RawTable& table, std::string_view name, int zero) {
@@ -103,40 +97,83 @@ RawTable lgammaf_zeros() {
     return table;
 }
 
-RawTable gamma_log_table() {
-    RawTable table = extended(2);
+RawTable gamma_log_factors() {
+    RawTable table = doubles(1);
     for (int i = 0; i < 128; ++i) {
-        const Real c = (256 / Real(257 + 2 * i)).rounded_to_grid(-10);
-        append(table, c);
-        append(table, -log(c));
+        // 64 cells below 1, and 64 twice as wide above it. Those on both sides of 1 have a factor of 1.
+        const Real middle = i < 64 ? 1 - Real(2 * (63 - i) + 1) / 512 : 1 + Real(2 * (i - 64) + 1) / 256;
+        append(table, i == 63 || i == 64 ? Real(1) : (1 / middle).rounded_to_grid(-10));
     }
     return table;
 }
 
-RawTable lgamma_binades() {
-    RawTable table = extended(24);
-    for (int n = 0; n <= 6; ++n) append_fit(table, "lgamma binade " + std::to_string(n));
+namespace {
+
+RawTable log_values(RawTable table) {
+    for (std::uint64_t factor : gamma_log_factors().patterns) {
+        const Real value = log(Real::from_pattern(Lane::f64, factor));
+        append(table, value.is_zero() ? value : -value);
+    }
     return table;
 }
 
-RawTable lgamma_from_9_4() { return table_of_fit("lgamma 2.25 to 4"); }
+}  // namespace
 
-RawTable lgamma_about_2() { return table_of_fit("lgamma 1.75 to 2.25"); }
+RawTable gamma_log_values() { return log_values(extended(1)); }
 
-RawTable lgamma_about_least() { return table_of_fit("lgamma 1.25 to 1.75"); }
+RawTable lgammaf_log_values() { return log_values(doubles(1)); }
 
-RawTable lgamma_about_1() { return table_of_fit("lgamma 0.875 to 1.25"); }
+const std::vector<MixedTable>& mixed_gamma_tables() {
+    static const std::vector<MixedTable> tables = [] {
+        const auto numbered = [](const std::string& name, const std::vector<int>& numbers) {
+            std::vector<std::string> names;
+            for (int n : numbers) names.push_back(name + " " + std::to_string(n));
+            return names;
+        };
+        std::vector<int> zeros(26);
+        std::iota(zeros.begin(), zeros.end(), 0);
+        return std::vector<MixedTable>{
+            {"lgamma_binades", numbered("lgamma binade", {0, 1, 2, 3, 4, 5, 6})},
+            {"lgamma_from_9_4", {"lgamma 2.25 to 4"}},
+            {"lgamma_about_2", {"lgamma 1.75 to 2.25"}},
+            {"lgamma_about_least", {"lgamma 1.25 to 1.75"}},
+            {"lgamma_about_1", {"lgamma 0.875 to 1.25"}},
+            {"lgamma_reflection", {"lgamma reflection"}},
+            {"lgamma_zeros", numbered("lgamma zero", zeros)},
+            {"tgamma_segments", numbered("tgamma", {2, 16, 32, 48, 64, 80, 96, 112, 128, 144, 160, 176})},
+            {"tgamma_small", numbered("tgamma small", {0, 1, 2, 3})},
+            {"tgamma_sine", {"tgamma sine"}},
+        };
+    }();
+    return tables;
+}
 
-RawTable lgamma_reflection() { return table_of_fit("lgamma reflection"); }
+RawTable MixedTable::wide() const {
+    RawTable table = extended(FitTarget::wide_coefficients);
+    for (const std::string& fit : fits)
+        for (int k = 0; k < FitTarget::wide_coefficients; ++k) append(table, real(gamma_fit(fit).coefficients.at(k)));
+    return table;
+}
 
-RawTable lgamma_zeros() {
-    RawTable table = extended(20);
-    for (std::size_t k = 0; k < negative_gamma_zeros().size(); ++k) {
-        const auto& [zero, reach] = negative_gamma_zeros()[k];
-        const Real head = zero.to_double();
-        for (const Real& value : {zero - reach, head, zero - head, zero + reach}) append(table, value);
-        append_fit(table, "lgamma zero " + std::to_string(k));
-    }
+RawTable MixedTable::others() const {
+    const std::size_t first = FitTarget::wide_coefficients;
+    RawTable table = doubles(static_cast<int>(gamma_fit(fits[0]).coefficients.size() - first));
+    for (const std::string& fit : fits)
+        for (std::size_t k = first; k < gamma_fit(fit).coefficients.size(); ++k)
+            append(table, real(gamma_fit(fit).coefficients[k]));
+    return table;
+}
+
+RawTable lgamma_surroundings() {
+    RawTable table = doubles(3);
+    for (const auto& [zero, reach] : negative_gamma_zeros())
+        for (const Real& value : {zero - reach, zero, zero + reach}) append(table, value);
+    return table;
+}
+
+RawTable lgamma_zero_rests() {
+    RawTable table = extended(1);
+    for (const auto& [zero, reach] : negative_gamma_zeros()) append(table, zero - zero.to_double());
     return table;
 }
 
@@ -156,21 +193,6 @@ RawTable tgammaf_small() {
     return table;
 }
 
-RawTable tgamma_segments() {
-    RawTable table = extended(24);
-    for (int base : {2, 16, 32, 48, 64, 80, 96, 112, 128, 144, 160, 176})
-        append_fit(table, "tgamma " + std::to_string(base));
-    return table;
-}
-
-RawTable tgamma_small() {
-    RawTable table = extended(16);
-    for (int k = 0; k < 4; ++k) append_fit(table, "tgamma small " + std::to_string(k));
-    return table;
-}
-
-RawTable tgamma_sine() { return table_of_fit("tgamma sine"); }
-
 namespace {
 
 const RareTable registered[] = {
@@ -178,20 +200,22 @@ const RareTable registered[] = {
     {"lgammaf_two_to_four", lgammaf_two_to_four},
     {"lgammaf_quarters", lgammaf_quarters},
     {"lgammaf_zeros", lgammaf_zeros},
-    {"gamma_log_table", gamma_log_table},
-    {"lgamma_binades", lgamma_binades},
-    {"lgamma_from_9_4", lgamma_from_9_4},
-    {"lgamma_about_2", lgamma_about_2},
-    {"lgamma_about_least", lgamma_about_least},
-    {"lgamma_about_1", lgamma_about_1},
-    {"lgamma_reflection", lgamma_reflection},
-    {"lgamma_zeros", lgamma_zeros},
+    {"lgammaf_log_values", lgammaf_log_values},
+    {"gamma_log_factors", gamma_log_factors},
+    {"gamma_log_values", gamma_log_values},
+    {"lgamma_surroundings", lgamma_surroundings},
+    {"lgamma_zero_rests", lgamma_zero_rests},
     {"tgammaf_segments", tgammaf_segments},
     {"tgammaf_small", tgammaf_small},
-    {"tgamma_segments", tgamma_segments},
-    {"tgamma_small", tgamma_small},
-    {"tgamma_sine", tgamma_sine},
 };
+
+const bool mixed_registered = [] {
+    for (const MixedTable& table : mixed_gamma_tables()) {
+        rare_tables().emplace(table.symbol + "_wide", table.wide());
+        rare_tables().emplace(table.symbol, table.others());
+    }
+    return true;
+}();
 
 }  // namespace
 

@@ -1,6 +1,9 @@
 // Tables of log-gamma and gamma, from the fits and by rule. All are read by rare routines only.
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "frame/description/tables.hpp"
 
 namespace tuvo {
@@ -14,30 +17,31 @@ RawTable lgammaf_quarters();
 /// Rows (low, zero, high, c0, c1, c2, c3) for the zeros next to -2.457, -2.748, -3.144, -3.955: log |gamma| at zero + t.
 RawTable lgammaf_zeros();
 
-/// A number of 80 bits is two values of 64: significand, and sign with exponent.
-///
-/// Of all the routines: (c, -log c) for c near 1 / (1 + (i + 1/2) / 128), c of 10 bits.
-RawTable gamma_log_table();
+/// For logarithms: the cells of [3/4, 3/2), 64 on either side of 1, have a factor c of 11 bits near 1 / m, and -log c as
+/// an 80-bit number and as a double. A number of 80 bits is two values of 64: significand, and sign with exponent.
+RawTable gamma_log_factors();
+RawTable gamma_log_values();
+RawTable lgammaf_log_values();
 
-/// Of `lgamma_rare`: the binades from 4 to 512, the intervals between them and 0.875, and the reflection.
-RawTable lgamma_binades();
-RawTable lgamma_from_9_4();
-RawTable lgamma_about_2();
-RawTable lgamma_about_least();
-RawTable lgamma_about_1();
-RawTable lgamma_reflection();
-/// Rows (low, zero, rest of the zero, high, sixteen coefficients of log |gamma| / t), two for each unit from -2 to -15.
-RawTable lgamma_zeros();
+/// The fits of `lgamma_rare` and `tgamma_rare`, one a row, in two tables: `SYMBOL_wide` has the first coefficients as
+/// 80-bit numbers, and SYMBOL the others as doubles.
+struct MixedTable {
+    std::string symbol;
+    std::vector<std::string> fits;
+
+    RawTable wide() const;
+    RawTable others() const;
+};
+const std::vector<MixedTable>& mixed_gamma_tables();
+
+/// Of `lgamma_rare`: for each zero, two in each unit from -2 down to -15, (low, zero, high): between low and high the
+/// polynomials in the distance serve. And what the zeros lack, as 80-bit numbers.
+RawTable lgamma_surroundings();
+RawTable lgamma_zero_rests();
 
 /// Of `tgammaf_rare`, in doubles: rows (six a, six b, lead) from 2, 8, 16 ... 40 on; and eight coefficients for each
 /// quarter from 1 on.
 RawTable tgammaf_segments();
 RawTable tgammaf_small();
-
-/// Of `tgamma_rare`, in 80 bits: 24 coefficients from 2, 16, 32 ... 176 on; sixteen for each quarter from 1 on; and
-/// sin(pi z) / (pi z) in z^2.
-RawTable tgamma_segments();
-RawTable tgamma_small();
-RawTable tgamma_sine();
 
 }  // namespace tuvo

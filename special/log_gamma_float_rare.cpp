@@ -2,6 +2,9 @@
 //
 // Positive arguments have a polynomial each binade or quarter. Negative ones are led back to them, by the recurrence or
 // by reflection, but for the surroundings of the zeros next to -2.5 and -3.5, where the terms of both would cancel.
+//
+// Double is enough for that, but beside the zeros at 1 and 2, where a polynomial in x cancels: there it is done in extended
+// precision.
 #include "special/extended.hpp"
 
 #pragma GCC visibility push(hidden)
@@ -13,6 +16,8 @@ extern const double lgammaf_two_to_four[12];
 extern const double lgammaf_quarters[4][9];
 // Surroundings of the zeros: low, zero, high, and four coefficients of powers of x - zero.
 extern const double lgammaf_zeros[4][7];
+// Minus the logarithms of gamma_log_factors.
+extern const double lgammaf_log_values[128];
 }
 #pragma GCC visibility pop
 
@@ -20,26 +25,38 @@ namespace tuvo {
 namespace {
 
 constexpr float infinity_from = f32(0x7c44af8e, 4.08500343e36f);  // results are beyond float from here on
-constexpr float series_from = 8192;
+constexpr double series_from = 8192;
 constexpr double least_at = 0x1.762d86356be3fp+0;  // 1.4616321449683623, where gamma is least
 
-/// For v from 1 to 8192.
-inline long double core(long double v) {
-    if (v >= 4) {
-        const std::uint64_t field = bits(static_cast<double>(v)) >> 52;  // of 2^(n + 2)
-        const std::uint64_t n = field - 1025;
-        return polynomial(lgammaf_binades[n > 10 ? 10 : n], v * f64((2046 - field) << 52) - 1);
-    }
-    if (v >= 2) return (v - 2) * polynomial(lgammaf_two_to_four, v);
-    const int quarter = quarter_of(v);
-    return polynomial(lgammaf_quarters[quarter], quarter == 1 ? v - least_at : v);
+/// log d for normal d.
+inline double log_double(double d) {
+    const auto [exponent, i] = cell_of(d);
+    const double m = d * f64(std::uint64_t(1023 - exponent) << 52);
+    const double r = m * gamma_log_factors[i] - 1;
+    const double log1p = r + r * r * (r * log_tail(r) - 0.5);
+    return exponent * 0.6931471805599453 + (lgammaf_log_values[i] + log1p);
 }
 
-inline long double positive(float x) {
+inline double series(double y, double log_y) { return (y - 0.5) * log_y + 0.9189385332046728 - y; }
+
+/// For v from 1 to 8192.
+inline double core(double v) {
+    if (v >= 4) {
+        const std::uint64_t field = bits(v) >> 52;  // of 2^(n + 2)
+        return in_four_chains(lgammaf_binades[field - 1025], v * f64((2046 - field) << 52) - 1);
+    }
+    if (v >= 2) return (v - 2) * in_four_chains(lgammaf_two_to_four, v);
+    const int quarter = static_cast<int>(v * 4) - 4;
+    if (quarter == 1) return in_four_chains(lgammaf_quarters[1], v - least_at);
+    if (quarter == 2) return in_four_chains(lgammaf_quarters[2], v);
+    return static_cast<double>(in_two_chains(lgammaf_quarters[quarter], v));
+}
+
+inline double positive(double x) {
     if (x == 1 || x == 2) return 0;
-    if (x >= series_from) return stirling(x, log_extended(x));
+    if (x >= series_from) return series(x, log_double(x));
     if (x >= 1) return core(x);
-    return core(x + 1.0L) - log_extended(x);
+    return core(x + 1) - log_double(x);
 }
 
 /// log(sin(pi z) / (pi z)), |z| up to 1/2.
@@ -52,25 +69,25 @@ inline double log_sine_ratio(double z) {
 }
 
 /// Of x = -y, which is no integer.
-inline long double negative(double x) {
+inline double negative(double x) {
     const double y = -x;
     if (y < 9) {
         if (y >= 2 && y < 4)
             for (const auto& [low, zero, high, c0, c1, c2, c3] : lgammaf_zeros)
                 if (x > low && x < high) {
-                    const long double t = static_cast<long double>(x) - zero;
+                    const double t = x - zero;
                     return c0 + t * (c1 + t * (c2 + t * c3));
                 }
-        long double p = x, v = x + 1.0L;
+        double p = x, v = x + 1;
         for (; v < 1; v += 1) p *= v;
-        return core(v) - log_extended(p < 0 ? -p : p);
+        return core(v) - log_double(p < 0 ? -p : p);
     }
     const int floor = static_cast<int>(y);
     const double fraction = y - floor;
     const double z = fraction > 0.5 ? 1 - fraction : fraction;
-    const long double log_y = log_extended(y);
-    const long double of_y = y < series_from ? core(y) : stirling(y, log_y);
-    return -log_y - log_extended(z) - log_sine_ratio(z) - of_y;
+    const double log_y = log_double(y);
+    const double of_y = y < series_from ? core(y) : series(y, log_y);
+    return -log_y - log_double(z) - log_sine_ratio(z) - of_y;
 }
 
 inline RareStatus log_gamma(float x, float* out, int* sign) {

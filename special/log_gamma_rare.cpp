@@ -8,21 +8,27 @@
 
 #pragma GCC visibility push(hidden)
 extern "C" {
-// Coefficients of rising powers: of x / 2^(n + 2) - 1 for binades from 4 on; of x - 3.125; of x - 2 and of x - 1, both
-// without the zero; and of the distance to the least value.
-extern const long double lgamma_binades[7][24];
-extern const long double lgamma_from_9_4[23];
-extern const long double lgamma_about_2[17];
-extern const long double lgamma_about_least[19];
-extern const long double lgamma_about_1[19];
+// Coefficients of rising powers, the first five apart: of x / 2^(n + 2) - 1 for binades from 4 on; of x - 3.125; of x - 2
+// and of x - 1, both without the zero; and of the distance to the least value.
+extern const long double lgamma_binades_wide[7][5];
+extern const double lgamma_binades[7][19];
+extern const long double lgamma_from_9_4_wide[5];
+extern const double lgamma_from_9_4[18];
+extern const long double lgamma_about_2_wide[5];
+extern const double lgamma_about_2[12];
+extern const long double lgamma_about_least_wide[5];
+extern const double lgamma_about_least[14];
+extern const long double lgamma_about_1_wide[5];
+extern const double lgamma_about_1[14];
 // log(sin(pi z) / (pi z)) / z^2 in z^2.
-extern const long double lgamma_reflection[16];
-// Surroundings of the zeros, two for each unit from -2 down: low, the zero in two parts, high, and coefficients of powers
-// of the distance, without the zero.
-struct ZeroOfLogGamma {
-    long double low, zero, rest, high, coefficients[16];
-};
-extern const ZeroOfLogGamma lgamma_zeros[26];
+extern const long double lgamma_reflection_wide[5];
+extern const double lgamma_reflection[11];
+// Surroundings of the zeros, two for each unit from -2 down: low, the zero, high; what the zero lacks; and
+// coefficients of powers of the distance, without the zero.
+extern const double lgamma_surroundings[26][3];
+extern const long double lgamma_zero_rests[26];
+extern const long double lgamma_zeros_wide[26][5];
+extern const double lgamma_zeros[26][11];
 }
 #pragma GCC visibility pop
 
@@ -43,13 +49,13 @@ inline long double series(long double y, long double log_y) {
 inline long double core(long double v) {
     if (v >= 4) {
         const std::uint64_t field = bits(static_cast<double>(v)) >> 52;  // of 2^(n + 2)
-        const std::uint64_t n = field - 1025;
-        return polynomial(lgamma_binades[n > 6 ? 6 : n], v * f64((2046 - field) << 52) - 1);
+        const std::uint64_t n = field - 1025 < 6 ? field - 1025 : 6;
+        return quick_polynomial(lgamma_binades_wide[n], lgamma_binades[n], v * f64((2046 - field) << 52) - 1);
     }
-    if (v >= 2.25) return polynomial(lgamma_from_9_4, v - 3.125L);
-    if (v >= 1.75) return (v - 2) * polynomial(lgamma_about_2, v - 2);
-    if (v >= 1.25) return polynomial(lgamma_about_least, v - least_at);
-    return (v - 1) * polynomial(lgamma_about_1, v - 1);
+    if (v >= 2.25f) return quick_polynomial(lgamma_from_9_4_wide, lgamma_from_9_4, v - 3.125f);
+    if (v >= 1.75f) return (v - 2) * quick_polynomial(lgamma_about_2_wide, lgamma_about_2, v - 2);
+    if (v >= 1.25f) return quick_polynomial(lgamma_about_least_wide, lgamma_about_least, v - least_at);
+    return (v - 1) * quick_polynomial(lgamma_about_1_wide, lgamma_about_1, v - 1);
 }
 
 inline long double positive(double x) {
@@ -65,10 +71,11 @@ inline long double negative(double x, long long floor) {
     const double fraction = y - static_cast<double>(floor);
     if (y < 17) {
         if (y >= 2 && y < 15) {
-            const ZeroOfLogGamma& near = lgamma_zeros[2 * (floor - 2) + (fraction > 0.6)];
-            if (x > near.low && x < near.high) {
-                const long double t = (x - near.zero) - near.rest;
-                return t * polynomial(near.coefficients, t);
+            const long long k = 2 * (floor - 2) + (fraction > 0.6);
+            const auto& [low, zero, high] = lgamma_surroundings[k];
+            if (x > low && x < high) {
+                const long double t = (static_cast<long double>(x) - zero) - lgamma_zero_rests[k];
+                return t * quick_polynomial(lgamma_zeros_wide[k], lgamma_zeros[k], t);
             }
         }
         long double p = x, v = x + 1.0L;
@@ -79,7 +86,7 @@ inline long double negative(double x, long long floor) {
     const long double s = static_cast<long double>(z) * z;
     const long double log_y = log_extended(y);
     const long double of_y = y < series_from ? core(y) : series(y, log_y);
-    return -log_y - log_extended(z) - s * polynomial(lgamma_reflection, s) - of_y;
+    return -log_y - log_extended(z) - s * quick_polynomial(lgamma_reflection_wide, lgamma_reflection, s) - of_y;
 }
 
 /// In a function of its own, for the sake of the x87 unit's mode.
