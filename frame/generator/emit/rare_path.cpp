@@ -104,7 +104,9 @@ void write_calls(Emission& e, int s, const std::vector<Stashed>& values) {
     write_label(e, "scan", s);
     write_line(e, bt, "r12d, ebx");
     write_line(e, jnc, label(e, "next", s));
-    if (e.kernel.works_256) write_line(e, vzeroupper);
+    // Also where all work is on 128 bits: the caller's upper halves, in use since the reload below, would make each
+    // instruction of the routine wait for its register's last value.
+    write_line(e, vzeroupper);
     for (std::size_t k = 0; k < values.size(); ++k)
         write_line(e, lea,
                    std::string(parameters[k]) + ", [rsp + rbx*" + std::to_string(values[k].array.element_bytes) +
