@@ -54,10 +54,6 @@ Measured search(const DescribedFamily& described, int effort, const std::functio
 /// The largest relative errors of estimates, over every `step`-th significand: of the reciprocal, then of the root.
 std::array<double, 2> estimate_errors(const Estimates& estimates, std::uint32_t step = 1);
 
-/// Whether the first of two NaNs survives an operation, as the architecture has it. Emulators have been seen to choose by
-/// the older rule of the x87. There no results for two NaNs are compared with exact ones.
-bool keeps_first_nan();
-
 /// Errors of a unary float family over all 2^32 arguments.
 struct Exhaustive {
     Measured measured;

@@ -1,5 +1,7 @@
 #include "tests/call.hpp"
 
+#include <cpuid.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
@@ -69,6 +71,12 @@ bool all_equal(const std::uint8_t* bytes, std::size_t count, std::uint8_t filler
 bool in_general_register(Lane lane, int width) { return width == 1 && !is_floating(lane); }
 
 }  // namespace
+
+bool emulated() {
+    unsigned eax, name[3];
+    __cpuid(0x40000000, eax, name[0], name[1], name[2]);
+    return std::memcmp(name, "TCGTCGTCGTCG", sizeof name) == 0;
+}
 
 std::uint64_t ignored_pattern(Ignored ignored, Lane lane) {
     bool wide = lane_size(lane) == 8;

@@ -11,6 +11,9 @@
 
 namespace tuvo {
 
+/// Whether an emulator runs the program. A few tests lean on what only processors do.
+bool emulated();
+
 /// What lies in lanes that a kernel must ignore.
 enum class Ignored : std::uint8_t { zero, signalling_nan, infinity, negative, huge, subnormal, all_ones };
 /// Every one of them, for loops.
