@@ -5,6 +5,7 @@
 // halves the window in which calls overlap and slows some kernels more than others, for milliseconds or for minutes.
 #include <benchmark/benchmark.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -23,14 +24,6 @@
 namespace {
 
 using namespace tuvo;
-
-constexpr const char* usage = R"(usage: tuvo-bench [--filter REGEX] [--markdown FILE] [--benchmark_... OPTION]
-       tuvo-bench --model [FILE]
-
-Without options: all built kernels beside their peers, as a table; --markdown writes the document as well. A filter is
-matched against names such as logf8_native/latency. --benchmark_repetitions=4 makes a quicker, noisier run.
---model renews the table of the machine model's figures that a test compares.
-)";
 
 /// The fastest turn but for one in ten: what the entry does when nothing disturbs it.
 double undisturbed(std::vector<double>& turns) {
@@ -222,28 +215,24 @@ pulls them down: `fma` calls a routine of integer steps for every lane, which al
 }
 
 int run(int argc, char** argv) {
-    const std::vector<std::string> arguments(argv, argv + argc);
-    std::string markdown, filter = ".";
-    std::string repetitions = "--benchmark_repetitions=16",
-                interleaving = "--benchmark_enable_random_interleaving=true";
-    std::vector<std::string> passed{arguments[0], repetitions, interleaving};
-    for (std::size_t k = 1; k < arguments.size(); ++k) {
-        const bool more = k + 1 < arguments.size();
-        if (arguments[k] == "--model") {
-            write_file(more ? arguments[k + 1] : TUVO_MODEL, model_table());
-            return 0;
-        }
-        if (arguments[k] == "--markdown" && more)
-            markdown = arguments[++k];
-        else if (arguments[k] == "--filter" && more)
-            filter = arguments[++k];
-        else if (arguments[k].starts_with("--benchmark_"))
-            passed.push_back(arguments[k]);
-        else {
-            std::cerr << usage;
-            return arguments[k] == "--help" ? 0 : 2;
-        }
+    CLI::App app{"All built kernels beside their peers, in one run, as a table."};
+    std::string markdown, filter = ".", model = TUVO_MODEL;
+    app.add_option("--filter", filter, "regular expression for names such as logf8_native/latency");
+    app.add_option("--markdown", markdown, "writes the document to this file as well");
+    CLI::Option* renew =
+        app.add_option("--model", model, "renews the table of the machine model's figures that a test compares")
+            ->expected(0, 1);
+    app.allow_extras();
+    app.footer(
+        "--benchmark_... options go to the benchmark library; --benchmark_repetitions=4 makes a quicker, noisier run.");
+    CLI11_PARSE(app, argc, argv);
+    if (renew->count() > 0) {
+        write_file(model.empty() ? TUVO_MODEL : model, model_table());
+        return 0;
     }
+    std::vector<std::string> passed{argv[0], "--benchmark_repetitions=16",
+                                    "--benchmark_enable_random_interleaving=true"};
+    for (const std::string& extra : app.remaining()) passed.push_back(extra);
     std::vector<char*> pointers;
     for (std::string& argument : passed) pointers.push_back(argument.data());
     int count = static_cast<int>(pointers.size());

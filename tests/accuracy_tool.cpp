@@ -1,4 +1,5 @@
 // tuvo-accuracy: the errors of the built kernels, measured against exact values. `--help` tells the rest.
+#include <CLI/CLI.hpp>
 #include <bit>
 #include <cmath>
 #include <cstdio>
@@ -13,17 +14,6 @@
 namespace {
 
 using namespace tuvo;
-
-constexpr const char* usage = R"(usage: tuvo-accuracy [--filter REGEX] [--markdown FILE]
-       tuvo-accuracy --exhaustive FAMILY [--plot FILE]
-       tuvo-accuracy --search REGEX [EFFORT]
-       tuvo-accuracy --hashes [FILE]
-
-Without options: each family's largest error over stratified arguments, as a table; --markdown writes the document.
---exhaustive runs all 2^32 arguments of a family of one float and shows the errors by exponent, or writes them to FILE.
---search climbs to large errors of the families named, over every approximation that stands in for the processor's own.
---hashes renews the hashes of the results that a test compares.
-)";
 
 void write_file(const std::string& file, const std::string& text) {
     std::ofstream out(file);
@@ -188,32 +178,30 @@ void search_all(const std::regex& filter, int effort) {
     }
 }
 
-int run(const std::vector<std::string>& arguments) {
-    std::string markdown, filter, family, plot_file;
-    for (std::size_t k = 0; k < arguments.size(); ++k) {
-        const bool more = k + 1 < arguments.size();
-        if (arguments[k] == "--hashes") {
-            write_file(more ? arguments[k + 1] : TUVO_HASHES, hash_file());
-            return 0;
-        }
-        if (arguments[k] == "--markdown" && more)
-            markdown = arguments[++k];
-        else if (arguments[k] == "--filter" && more)
-            filter = arguments[++k];
-        else if (arguments[k] == "--exhaustive" && more)
-            family = arguments[++k];
-        else if (arguments[k] == "--search" && more) {
-            search_all(std::regex(arguments[k + 1]), k + 2 < arguments.size() ? std::stoi(arguments[k + 2]) : 1);
-            return 0;
-        } else if (arguments[k] == "--plot" && more)
-            plot_file = arguments[++k];
-        else {
-            std::cerr << usage;
-            return arguments[k] == "--help" ? 0 : 2;
-        }
-    }
-    if (!family.empty()) return exhaustive(family, plot_file);
-    if (markdown.empty())
+int run(int argc, char** argv) {
+    CLI::App app{"Each family's largest error over stratified arguments, as a table."};
+    std::string markdown, filter, family, plot_file, hashes = TUVO_HASHES;
+    std::vector<std::string> search;
+    app.add_option("--filter", filter, "regular expression for names of families");
+    app.add_option("--markdown", markdown, "writes the document to this file");
+    CLI::Option* exhaustive_run = app.add_option(
+        "--exhaustive", family, "runs all 2^32 arguments of a family of one float and shows the errors by exponent");
+    app.add_option("--plot", plot_file, "with --exhaustive: file for the errors by exponent")->needs(exhaustive_run);
+    app.add_option(
+           "--search", search,
+           "regular expression, and an effort from 1 up: climbs to large errors of the families named, over every "
+           "approximation that stands in for the processor's own")
+        ->expected(1, 2);
+    CLI::Option* renew =
+        app.add_option("--hashes", hashes, "renews the hashes of the results that a test compares")->expected(0, 1);
+    CLI11_PARSE(app, argc, argv);
+    if (renew->count() > 0)
+        write_file(hashes.empty() ? TUVO_HASHES : hashes, hash_file());
+    else if (!search.empty())
+        search_all(std::regex(search[0]), search.size() > 1 ? std::stoi(search[1]) : 1);
+    else if (!family.empty())
+        return exhaustive(family, plot_file);
+    else if (markdown.empty())
         std::cout << table(std::regex(filter));
     else
         write_file(markdown, document());
@@ -224,7 +212,7 @@ int run(const std::vector<std::string>& arguments) {
 
 int main(int argc, char** argv) {
     try {
-        return run({argv + 1, argv + argc});
+        return run(argc, argv);
     } catch (const std::exception& error) {
         std::cerr << "tuvo-accuracy: " << error.what() << "\n";
         return 1;

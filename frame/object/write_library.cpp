@@ -1,8 +1,5 @@
-// The generator: writes the library's assembly text and manifests.
-//
-//     tuvo-generate --out DIRECTORY [FAMILY...]   all described families, or those named
-//     tuvo-generate --status                      which families are built and which are missing
-//     tuvo-generate --families                    names of the described families, one a line
+// The generator: writes the library's assembly text and manifests. --help tells the rest.
+#include <CLI/CLI.hpp>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -98,17 +95,21 @@ int status() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const std::vector<std::string> arguments(argv + 1, argv + argc);
+    CLI::App app{"Writes the library's assembly text and manifests."};
+    std::string directory;
+    std::vector<std::string> wanted;
+    bool show_status = false, names = false;
+    CLI::Option* out = app.add_option("--out", directory, "folder to write to: all described families, or those named");
+    app.add_option("FAMILY", wanted, "families to write")->needs(out);
+    app.add_flag("--status", show_status, "which families are built and which are missing")->excludes(out);
+    app.add_flag("--families", names, "names of the described families, one a line")->excludes(out);
+    app.require_option(1, 0);
+    CLI11_PARSE(app, argc, argv);
     try {
-        if (arguments.size() >= 2 && arguments[0] == "--out")
-            return generate(arguments[1], std::set<std::string>(arguments.begin() + 2, arguments.end()));
-        if (arguments.size() == 1 && arguments[0] == "--status") return status();
-        if (arguments.size() == 1 && arguments[0] == "--families") {
-            for (const DescribedFamily& described : described_families()) std::cout << described.family->name() << "\n";
-            return 0;
-        }
-        std::cerr << "usage: tuvo-generate --out DIRECTORY [FAMILY...] | --status | --families\n";
-        return 2;
+        if (show_status) return status();
+        if (!names) return generate(directory, std::set<std::string>(wanted.begin(), wanted.end()));
+        for (const DescribedFamily& described : described_families()) std::cout << described.family->name() << "\n";
+        return 0;
     } catch (const std::exception& error) {
         std::cerr << "tuvo-generate: " << error.what() << "\n";
         return 1;
