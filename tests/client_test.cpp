@@ -380,7 +380,7 @@ TEST_F(Client, DemonstrationsAgreeWithTheirReferences) {
     const Result result = client("demo --output pictures");
     EXPECT_EQ(result.status, 0) << result.out << result.err;
     for (const std::string name :
-         {"bodies", "cities", "entropy", "filter", "options", "picture", "soliton", "tones", "waves"}) {
+         {"bodies", "cities", "distributions", "entropy", "filter", "options", "picture", "soliton", "tones", "waves"}) {
         std::string text = result.out.substr(result.out.find(name + ":\n"));
         text.erase(text.find("\n\n"));
         if (text.find("left out: the library has no kernel for") != std::string::npos) continue;
@@ -389,7 +389,7 @@ TEST_F(Client, DemonstrationsAgreeWithTheirReferences) {
     }
     expect_rejected(
         "demo walk",
-        "there is no demo 'walk'; there are: bodies cities entropy filter options picture soliton tones waves");
+        "there is no demo 'walk'; there are: bodies cities distributions entropy filter options picture soliton tones waves");
 }
 
 TEST_F(Client, EntropyOfFilesWithAKnownOne) {
