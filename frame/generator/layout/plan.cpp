@@ -12,12 +12,11 @@ void choose_by_part_size(Program& program, const Family& family, int width) {
         if (node.op == Op::by_part_size) node.op = Op::bitcast, node.args = {node.args[chosen], -1, -1};
 }
 
-/// A kernel that returns no whole register, and has no rare path, takes its 256-bit arguments apart at once. Then it
-/// leaves no upper halves in use, and need not keep those of the caller from a vzeroupper.
+/// A kernel that returns no whole register takes its 256-bit arguments apart at once. Then it leaves no upper halves in
+/// use, and need not keep those of the caller from a vzeroupper.
 bool works_narrow(const Plan& plan) {
     const Family& family = plan.family;
-    if (call_form(family, plan.width) == Form::memory || family.has_rare || plan.program.sections.size() > 1)
-        return false;
+    if (call_form(family, plan.width) == Form::memory || plan.program.sections.size() > 1) return false;
     const auto fits = [&](Lane lane) { return lanes(plan) * lane_size(lane) <= 16; };
     return std::ranges::all_of(family.outputs(), fits) && !std::ranges::all_of(family.arguments, fits);
 }
