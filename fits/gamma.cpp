@@ -1,4 +1,4 @@
-// Fits the polynomials of log-gamma and gamma: fit-gamma > fits/gamma.inc
+// Fits the polynomials of log-gamma and gamma: tuvo-fit-gamma > fits/gamma.inc
 //
 // takes half a minute. What is fitted stands in special/gamma_fits.cpp. Minimax fits by exchange over a fine grid, in 320
 // bits with MPFR, which has both functions. Coefficients are rounded after the fit. Where the higher ones have fewer bits
