@@ -7,12 +7,20 @@
 namespace tuvo {
 namespace {
 
+/// From -1 to 1, by the pattern alone. Of a hundred summands tried, this one gave the arc cosine its largest error.
+double scattered(std::uint32_t pattern) {
+    std::uint32_t z = (pattern + 90) * 0x9e3779b1u;
+    z = (z ^ z >> 15) * 0x85ebca77u;
+    return static_cast<double>(z ^ z >> 13) * 0x1p-31 - 1;
+}
+
 /// How far from the exact value the estimate of x lies.
 double deviation(StandIn stand_in, float x) {
     switch (stand_in) {
     case StandIn::low: return -estimate_bound;
     case StandIn::high: return estimate_bound;
     case StandIn::alternating: return std::bit_cast<std::uint32_t>(x) & 1 ? estimate_bound : -estimate_bound;
+    case StandIn::scattered: return estimate_bound * scattered(std::bit_cast<std::uint32_t>(x));
     default: return 0;
     }
 }
@@ -56,6 +64,7 @@ std::string_view name_of(StandIn stand_in) {
     case StandIn::low: return "low";
     case StandIn::high: return "high";
     case StandIn::alternating: return "alternating";
+    case StandIn::scattered: return "scattered";
     default: return "the processor's";
     }
 }

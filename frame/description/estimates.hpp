@@ -26,9 +26,11 @@ enum class StandIn : std::uint8_t {
     low,          ///< as low as allowed
     high,         ///< as high as allowed
     alternating,  ///< high for odd patterns, low for even ones: so two estimates of one lane may differ in direction
+    scattered,    ///< anywhere between, by the argument's pattern: roundings may add up where no end is the worst
 };
 /// All but `none`.
-inline constexpr std::array stand_ins{StandIn::exact, StandIn::low, StandIn::high, StandIn::alternating};
+inline constexpr std::array stand_ins{StandIn::exact, StandIn::low, StandIn::high, StandIn::alternating,
+                                    StandIn::scattered};
 std::string_view name_of(StandIn stand_in);
 
 Estimates estimates_of(StandIn stand_in);
