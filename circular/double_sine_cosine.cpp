@@ -7,6 +7,7 @@
 #include <span>
 
 #include "circular/double_reduction.hpp"
+#include "circular/double_sine_polynomial.hpp"
 #include "circular/double_turn_tables.hpp"
 #include "frame/description/families.hpp"
 
@@ -33,16 +34,7 @@ constexpr std::uint64_t pi_short[] = {
     0x3e84442d00000000,  // 1.5099578831723193e-07
     0x3d08469898cc5170,  // 1.0780605716316238e-14
 };
-// (sin r - r) / r^3, highest degree first.
-constexpr std::uint64_t sine_polynomial[] = {
-    0xbd69f1517e9f65f0,  // -7.373344533110665e-13
-    0x3de60e6bee01d83e,  // 1.6048095404959637e-10
-    0xbe5ae6355aaa4a53,  // -2.505188027386288e-08
-    0x3ec71de3806add1a,  // 2.7557316600552628e-06
-    0xbf2a01a019a659dd,  // -0.00019841269825056256
-    0x3f8111111110a573,  // 0.008333333333285542
-    0xbfc55555555554a8,  // -0.16666666666666186
-};
+// Like the sine's, highest degree first: for the cosine, for both at once, and with fewer terms.
 constexpr std::uint64_t cosine_polynomial[] = {
     0xbd69f0d60811aac8,  // -7.37280909726507e-13
     0x3de60e6857a2f220,  // 1.6048055576979365e-10
@@ -76,7 +68,7 @@ struct Steps {
     Parts pi, polynomial;
     bool reduces;
 };
-constexpr Steps sine_default_steps{pi_default, sine_polynomial, true};
+constexpr Steps sine_default_steps{pi_default, double_sine_polynomial, true};
 constexpr Steps cosine_default_steps{pi_default, cosine_polynomial, true};
 constexpr Steps sincos_default_steps{pi_default, sincos_polynomial, true};
 constexpr Steps short_steps{pi_short, short_polynomial, false};

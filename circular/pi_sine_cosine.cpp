@@ -5,6 +5,7 @@
 // sign.
 #include <span>
 
+#include "circular/double_sine_polynomial.hpp"
 #include "frame/description/families.hpp"
 
 namespace tuvo {
@@ -59,15 +60,6 @@ constexpr std::uint32_t float_polynomial[] = {
 constexpr std::uint32_t short_float_polynomial[] = {
     0x3bf831a5,  // 0.007574277464300394
     0xbe29f1be,  // -0.16596123576164246
-};
-constexpr std::uint64_t double_polynomial[] = {
-    0xbd69f1517e9f65f0,  // -7.373344533110665e-13
-    0x3de60e6bee01d83e,  // 1.6048095404959637e-10
-    0xbe5ae6355aaa4a53,  // -2.505188027386288e-08
-    0x3ec71de3806add1a,  // 2.7557316600552628e-06
-    0xbf2a01a019a659dd,  // -0.00019841269825056256
-    0x3f8111111110a573,  // 0.008333333333285542
-    0xbfc55555555554a8,  // -0.16666666666666186
 };
 constexpr std::uint64_t short_double_polynomial[] = {
     0x3ec5dbdf0e4c7dee,  // 2.605780638722852e-06
@@ -134,9 +126,9 @@ Value<T> cosine(Value<T> x, const Steps<T>& steps) {
 
 constexpr Steps<Type::f32> float_steps{float_pi, float_big_limit, float_polynomial};
 constexpr Steps<Type::f32> short_float_steps{float_pi, float_big_limit, short_float_polynomial};
-constexpr Steps<Type::f64> sine_steps{sine_pi, sine_big_limit, double_polynomial};
+constexpr Steps<Type::f64> sine_steps{sine_pi, sine_big_limit, double_sine_polynomial};
 constexpr Steps<Type::f64> short_sine_steps{sine_pi, sine_big_limit, short_double_polynomial};
-constexpr Steps<Type::f64> cosine_steps{cosine_pi, cosine_big_limit, double_polynomial};
+constexpr Steps<Type::f64> cosine_steps{cosine_pi, cosine_big_limit, double_sine_polynomial};
 constexpr Steps<Type::f64> short_cosine_steps{cosine_pi, cosine_big_limit, short_double_polynomial};
 
 template <Type T>
