@@ -137,12 +137,12 @@ The limit is that of the compute language's full profile for the operation, and 
 
 Some families start from the processor's approximate reciprocal or reciprocal root, whose bits are each maker's own. All
 that is promised of them is a relative error of at most 1.5 * 2^-12. The figure of such a family is a bound for any
-processor: the largest error that a search has found over approximations computed in software that lie at the ends of
-what is allowed. The column "estimate" tells the one that gave it: `low` and `high` are as far below and above the exact
-value as allowed, `alternating` takes either by the last bit of the argument, and `exact` is rounded to nearest, as
-emulators do. The test repeats the worst case with that one, and so passes or fails alike on every machine. The next two
-columns are the largest errors over stratified arguments with exact estimates, and on the processor here, whose own are
-up to )";
+processor: the largest error that a search has found over approximations computed in software that are allowed. The
+column "estimate" tells the one that gave it: `low` and `high` are as far below and above the exact value as allowed,
+`alternating` takes either by the last bit of the argument, `scattered` lies anywhere between, by the argument's
+pattern, and `exact` is rounded to nearest, as emulators do. The test repeats the worst case with that one, and so
+passes or fails alike on every machine. The next two columns are the largest errors over stratified arguments with exact
+estimates, and on the processor here, whose own are up to )";
 
 std::string document() {
     return introduction + estimates_text() + " off.\n\n" + table(std::regex("")) + "\n## Remarks\n\n" + remarks();
