@@ -171,7 +171,7 @@ Argument parse_argument(const std::string& text) {
     return argument;
 }
 
-void check_arguments(const KernelSignature& kernel, const std::vector<Argument>& arguments) {
+void fit_arguments(const KernelSignature& kernel, std::vector<Argument>& arguments) {
     if (arguments.size() != kernel.parameters.size()) {
         std::string list;
         for (const Parameter& parameter : kernel.parameters) list += (list.empty() ? "" : ", ") + parameter.spelling();
@@ -179,10 +179,28 @@ void check_arguments(const KernelSignature& kernel, const std::vector<Argument>&
         throw Failure("kernel '" + kernel.name + "' takes " + wanted + " arguments (" + list + "), but " +
                       std::to_string(arguments.size()) + " are given");
     }
-    for (std::size_t i = 0; i < arguments.size(); ++i)
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
         if (!fits(kernel.parameters[i], arguments[i]))
             reject(arguments[i].text, "parameter " + std::to_string(i + 1) + " of kernel '" + kernel.name + "' is '" +
                                           kernel.parameters[i].spelling() + "', and this is " + describe(arguments[i]));
+        if (kernel.parameters[i].lanes == 3)
+            arguments[i].memory =
+                arguments[i].memory.padded_to(4 * static_cast<std::size_t>(traits(arguments[i].scalar).bytes));
+    }
+}
+
+void run_on_arguments(const Program& program, const KernelSignature& kernel, std::vector<Argument>& arguments,
+                      std::uint64_t size) {
+    std::vector<void*> pointers(arguments.size()), values;
+    std::vector<Watched> buffers;
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        pointers[i] = arguments[i].memory.data();
+        values.push_back(arguments[i].pointer ? &pointers[i] : pointers[i]);
+        buffers.push_back(
+            {&arguments[i].memory, "argument " + std::to_string(i + 1) + ", '" + arguments[i].text + "'"});
+    }
+    const BoundsWatch watch(kernel.name, buffers);
+    run_kernel(program, kernel, values, size, kernel.name);
 }
 
 void write_output(const Argument& argument) {

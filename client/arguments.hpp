@@ -2,33 +2,16 @@
 #pragma once
 
 #include <cstddef>
-#include <memory>
 #include <string>
 #include <vector>
 
+#include "client/buffer.hpp"
 #include "client/program.hpp"
 
 namespace tuvo::client {
 
 /// The forms of an argument, for `--help`.
 extern const char* const argument_help;
-
-/// Memory that a kernel works on: zeroed, and aligned to 128 bytes, the size of the largest vector. It is padded, for
-/// the last float3 may be stored with all four lanes.
-class Buffer {
-public:
-    explicit Buffer(std::size_t bytes) : chunks_(bytes / sizeof(Chunk) + 1), bytes_(bytes) {}
-    std::byte* data() { return chunks_.data()->bytes; }
-    const std::byte* data() const { return chunks_.data()->bytes; }
-    std::size_t size() const { return bytes_; }
-
-private:
-    struct alignas(128) Chunk {
-        std::byte bytes[128];
-    };
-    std::vector<Chunk> chunks_;
-    std::size_t bytes_;
-};
 
 /// The bytes of a file. Throws `Failure` if it can't be read.
 Buffer read_file(const std::string& path);
@@ -48,8 +31,14 @@ struct Argument {
 /// Reads one argument, with the file that it names. Throws `Failure` if it has no known form or a file can't be read.
 Argument parse_argument(const std::string& text);
 
-/// Throws `Failure` if the arguments don't fit the kernel's parameters in number, kind or type.
-void check_arguments(const KernelSignature& kernel, const std::vector<Argument>& arguments);
+/// Throws `Failure` if the arguments don't fit the kernel's parameters in number, kind or type. Memory behind a pointer
+/// to vectors of three gets the room that the last of them takes.
+void fit_arguments(const KernelSignature& kernel, std::vector<Argument>& arguments);
+
+/// Runs the kernel over the global ids 0 to `size` - 1. A touch of memory beyond an argument's ends the process with
+/// status 2 and a line that names the argument.
+void run_on_arguments(const Program& program, const KernelSignature& kernel, std::vector<Argument>& arguments,
+                      std::uint64_t size);
 
 /// Writes the memory of an `out` argument to its file, or to stdout with one value on a line.
 void write_output(const Argument& argument);

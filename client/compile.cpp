@@ -3,6 +3,7 @@
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -115,6 +116,27 @@ std::unique_ptr<llvm::Module> compile_program(llvm::LLVMContext& context, const 
         if (!function.isIntrinsic())
             function.setAttributes(function.getAttributes().removeFnAttributes(module->getContext()));
     return module;
+}
+
+void rely_on_element_alignment(llvm::Module& module) {
+    constexpr unsigned private_memory = 0;
+    for (llvm::Function& function : module) {
+        for (unsigned i = 0; i < function.arg_size(); ++i) function.removeParamAttr(i, llvm::Attribute::Alignment);
+        for (llvm::Instruction& instruction : llvm::instructions(function)) {
+            if (auto* copy = llvm::dyn_cast<llvm::MemIntrinsic>(&instruction)) copy->setDestAlignment(llvm::Align(1));
+            if (auto* copy = llvm::dyn_cast<llvm::MemTransferInst>(&instruction))
+                copy->setSourceAlignment(llvm::Align(1));
+            const llvm::Value* const address = llvm::getLoadStorePointerOperand(&instruction);
+            if (!address || instruction.isAtomic() || address->getType()->getPointerAddressSpace() == private_memory)
+                continue;
+            const unsigned bits = llvm::getLoadStoreType(&instruction)->getScalarSizeInBits();
+            const llvm::Align alignment(std::max(1u, bits / 8));
+            if (auto* load = llvm::dyn_cast<llvm::LoadInst>(&instruction))
+                load->setAlignment(alignment);
+            else
+                llvm::cast<llvm::StoreInst>(instruction).setAlignment(alignment);
+        }
+    }
 }
 
 /// The address spaces need no mapping: x86-64 gives those below 256 no meaning of their own.

@@ -25,6 +25,10 @@ std::unique_ptr<llvm::Module> compile_program(llvm::LLVMContext& context, const 
 /// Makes all functions and calls of a module that the front end wrote those of the C convention.
 void use_c_calls(llvm::Module& module);
 
+/// Lets accesses to memory that isn't private assume no more than that elements are aligned: arrays end where a page
+/// ends (see `Buffer`), so that what lies behind can't be touched. Moves of vectors cost no more for it.
+void rely_on_element_alignment(llvm::Module& module);
+
 /// Lets the module's functions be compiled for the client's processor with these features.
 void generate_for(llvm::Module& module, const std::string& features);
 

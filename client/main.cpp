@@ -35,15 +35,8 @@ int run(const Words& words) {
     const KernelSignature& kernel = find_kernel(program, words.kernel);
     std::vector<Argument> arguments;
     for (const std::string& text : words.arguments) arguments.push_back(parse_argument(text));
-    check_arguments(kernel, arguments);
-
-    std::vector<void*> pointers(arguments.size());
-    std::vector<void*> values;
-    for (std::size_t i = 0; i < arguments.size(); ++i) {
-        pointers[i] = arguments[i].memory.data();
-        values.push_back(arguments[i].pointer ? &pointers[i] : pointers[i]);
-    }
-    run_kernel(program, kernel, values, words.size, kernel.name);
+    fit_arguments(kernel, arguments);
+    run_on_arguments(program, kernel, arguments, words.size);
     for (const Argument& argument : arguments) write_output(argument);
     return 0;
 }

@@ -89,6 +89,7 @@ BoundModule bound_module(const std::filesystem::path& source, const Settings& se
     for (const KernelSignature& kernel : bound.kernels)
         bound.module->getFunction(kernel.name)->removeFnAttr(llvm::Attribute::AlwaysInline);
     inline_calls(*bound.module);
+    rely_on_element_alignment(*bound.module);
     for (const KernelSignature& kernel : bound.kernels)
         add_drivers(*bound.module, *bound.module->getFunction(kernel.name));
     verify(*bound.module);

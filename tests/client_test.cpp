@@ -373,6 +373,27 @@ TEST_F(Client, UnfitWordsAreRejectedWithAHint) {
     expect_rejected("demo entropy absent", "cannot read 'absent'");
 }
 
+/// Accesses of one element, of a vector, of local memory; in front of and behind the memory; the first byte that is too far.
+TEST_F(Client, AccessesOutOfBoundsEndTheRun) {
+    write_text(folder / "p.cl",
+               "kernel void one(global float* x, global float* y) { size_t i = get_global_id(0); y[i] = log(x[i]); }\n"
+               "kernel void four(global float4* x, global float* y) { size_t i = get_global_id(0); vstore4(x[i], i, y); }\n"
+               "kernel void before(global float* x, global float* y) { y[0] = x[-1024]; }\n"
+               "kernel void group(local float* x, global float* y) { size_t i = get_global_id(0); x[i] = i; y[0] = x[i]; }\n"
+               "kernel void cast(global float* x, global float* y) { y[0] = ((global float4*)x)[0].w; }\n"
+               "kernel void three(global float3* x, global float3* y) { y[0] = sqrt(x[0]); }\n");
+    expect_rejected("run p.cl one --size 100000 list:f32:1,2,3,4 out:f32:y:100000",
+                    "kernel 'one' reads byte 16 of argument 1, 'list:f32:1,2,3,4', which has 16 bytes; give it more");
+    expect_rejected("run p.cl one --size 4 list:f32:1,2,3,4 out:f32:y:3", "writes byte 12 of argument 2, 'out:f32:y:3'");
+    expect_rejected("run p.cl four --size 1 list:f32:1,2,3 out:f32:y:8", "reads byte 12 of argument 1");
+    expect_rejected("run p.cl four --size 2 list:f32:1,2,3,4,5,6,7,8 out:f32:y:5", "writes byte 20 of argument 2");
+    expect_rejected("run p.cl before --size 1 list:f32:1 out:f32:y:1", "reads byte -4096 of argument 1");
+    expect_rejected("run p.cl group --size 6 local:f32:5 out:f32:y:1", "byte 20 of argument 1, 'local:f32:5'");
+    // Five floats end at a page's end, and so don't lie where a float4 would.
+    EXPECT_EQ(client("run p.cl cast --size 1 list:f32:1,2,3,4,5 out:f32:-:1").out, "4\n");
+    EXPECT_EQ(client("run p.cl three --size 1 list:f32:1,4,9 out:f32:-:3").out, "1\n2\n3\n");
+}
+
 // ---- The demonstrations ---------------------------------------------------------------------------------------------
 
 /// Each compares what it computed with a reference, which decides its exit status.
