@@ -19,11 +19,9 @@
 #include <thread>
 
 #include "tests/accuracy.hpp"
-#include "tests/call.hpp"
 #include "tests/command.hpp"
+#include "tests/compare_lanes.hpp"
 #include "tests/inputs.hpp"
-#include "tests/library.hpp"
-#include "tests/rare_routines.hpp"
 
 namespace {
 
@@ -142,29 +140,6 @@ int run_programs(const std::filesystem::path& folder, std::uint64_t count) {
     return 0;
 }
 
-/// One round of a family's lanes at one width, each lane once. Appends what differs to `faults`; returns the lanes compared.
-std::uint64_t compare_lanes(const Family& family, int width, const std::vector<LaneCase>& lanes,
-                            const std::vector<std::vector<std::uint64_t>>& expected, std::uint64_t seed, std::string& faults) {
-    Caller caller(find_kernel(family, width), family, width);
-    const auto w = static_cast<std::size_t>(width);
-    std::uint64_t compared = 0;
-    for (std::size_t start = seed % w; start + w <= lanes.size(); start += w) {
-        std::vector<const LaneCase*> cases;
-        for (std::size_t k = 0; k < w; ++k) cases.push_back(&lanes[start + k]);
-        const CallResult& result = caller(arguments_of(cases));
-        for (const std::string& violation : result.violations)
-            faults += short_name(family, width) + ": " + violation + ", seed " + std::to_string(seed) + "\n";
-        for (std::size_t k = 0; k < w; ++k) {
-            ++compared;
-            for (std::size_t v = 0; v < result.outputs.size(); ++v)
-                if (result.outputs[v][k] != expected[start + k][v])
-                    faults += short_name(family, width) + ", lane " + std::to_string(k) + ", seed " + std::to_string(seed) +
-                              ", arguments " + hex(lanes[start + k].arguments) + "\n";
-        }
-    }
-    return compared;
-}
-
 /// Kernels against the interpreter, or the rare routine, at every width.
 int run_lanes(const std::filesystem::path& folder, std::uint64_t count) {
     constexpr std::size_t lanes_a_round = 4800;
@@ -183,11 +158,7 @@ int run_lanes(const std::filesystem::path& folder, std::uint64_t count) {
                 const Family& family = *families[k].family;
                 const std::uint64_t seed = 1000 + rounds;
                 const std::vector<LaneCase> lanes = lane_cases(families[k], seed, lanes_a_round);
-                std::vector<std::vector<std::uint64_t>> expected;
-                for (const LaneCase& lane : lanes) {
-                    expected.push_back(lane.expected.outputs);
-                    if (lane.expected.rare) run_rare_routine(family, lane.arguments, expected.back());
-                }
+                const std::vector<std::vector<std::uint64_t>> expected = expected_outputs(family, lanes);
                 std::uint64_t own = 0;
                 std::string own_faults;
                 for (int width : widths) own += compare_lanes(family, width, lanes, expected, seed, own_faults);
