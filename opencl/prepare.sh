@@ -7,7 +7,8 @@
 # and nothing newer (POCL_LLVM_CPU_NAME=sandybridge asks for it).
 set -euo pipefail
 builtins=$1 library=$2 folder=$3
-runtime=$(ldconfig -p | awk '/libpocl\.so\.2 / { print $NF; exit }')
+# Read to its end: ldconfig may not find its reader gone.
+runtime=$(ldconfig -p | awk '/libpocl\.so\.2 / && !path { path = $NF } END { print path }')
 [ -n "$runtime" ] || { echo "prepare.sh: PoCL is missing (pocl-opencl-icd)" >&2; exit 1; }
 data=$(realpath "$(dirname "$runtime")/../../share/pocl")
 flags=" $(grep -m 1 '^flags' /proc/cpuinfo) "
@@ -40,11 +41,11 @@ make_folder() {
     [ "$kind" = avx ] || link_builtins avx "$2" "$target" "${3:-}"
 }
 
-# make_launcher FILE TARGET
+# make_launcher FILE TARGET. What was compiled for one processor is no use to another, and PoCL's cache doesn't tell them apart.
 make_launcher() {
     cat >"$1" <<TEXT
 #!/bin/sh
-export OCL_ICD_VENDORS='$2/vendors' POCL_CACHE_DIR='$2/cache' LD_PRELOAD="\${LD_PRELOAD:+\$LD_PRELOAD:}$library"
+export OCL_ICD_VENDORS='$2/vendors' POCL_CACHE_DIR='$2/cache/'"\${POCL_LLVM_CPU_NAME:-host}" LD_PRELOAD="\${LD_PRELOAD:+\$LD_PRELOAD:}$library"
 exec "\$@"
 TEXT
     chmod +x "$1"
