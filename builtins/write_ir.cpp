@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 
+#include "builtins/in_place.hpp"
 #include "builtins/kernel_call.hpp"
 
 namespace tuvo::builtins {
@@ -157,6 +158,7 @@ std::string one_by_one(Module& module, const Family& family, std::string& attrib
 std::vector<Operand> call_step(Body& body, Module& module, const Builtin& builtin,
                                const std::vector<Operand>& arguments, const std::string& out) {
     const Family& family = *builtin.family;
+    if (const auto value = in_place(body, module.declarations, family, arguments)) return {*value};
     const Pointers pointers = module.options.abi.pointers;
     std::string attribute;
     if (builtin.width == 1 && !family.out && family.results.size() == 1) {

@@ -21,7 +21,8 @@ struct ModuleOptions {
     Variants variants = Variants::listed;
 };
 
-/// Writes a module that defines every built-in of `catalogue(families, options.plain)` by calls of kernels.
+/// Writes a module that defines every built-in of `catalogue(families, options.plain)` by calls of kernels, or by an
+/// instruction that gives the kernel's bits.
 ///
 /// Each definition is a small function to be inlined. It names no processor; one that passes a register of 256 bits
 /// can't be compiled for a processor without AVX, where the call would be another. Attributes are those that hold:
