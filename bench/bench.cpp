@@ -214,6 +214,14 @@ pulls them down: `fma` calls a routine of integer steps for every lane, which al
     return out.str();
 }
 
+/// What another program has put behind this one's part of the document.
+std::string part_of_runtimes(const std::string& file) {
+    std::ifstream in(file);
+    const std::string text{std::istreambuf_iterator<char>(in), {}};
+    const std::size_t start = text.find("\n## In an OpenCL runtime\n");
+    return start == std::string::npos ? "" : text.substr(start);
+}
+
 int run(int argc, char** argv) {
     CLI::App app{"All built kernels beside their peers, in one run, as a table."};
     std::string markdown, filter = ".", model = TUVO_MODEL;
@@ -252,7 +260,7 @@ int run(int argc, char** argv) {
     Table table;
     if (benchmark::RunSpecifiedBenchmarks(&table, filter) == 0) return 1;
     table.print(std::cout);
-    if (!markdown.empty()) write_file(markdown, document(table));
+    if (!markdown.empty()) write_file(markdown, document(table) + part_of_runtimes(markdown));
     return 0;
 }
 

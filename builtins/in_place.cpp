@@ -26,6 +26,13 @@ std::optional<Operand> in_place(Body& body, Declarations& declarations, const Fa
         values += (values.empty() ? "" : ", ") + text + " " + argument.name;
         types += (types.empty() ? "" : ", ") + text;
     }
+    const Type result{scalar_of_lane(family.results[0]), type.lanes};
+    const auto converted = [&](const char* instruction) {
+        return Operand{result,
+                       body.add(instruction + (" " + text) + " " + arguments[0].name + " to " + llvm_type(result))};
+    };
+    if (family.operation.starts_with("cvti32tofp")) return converted("sitofp");
+    if (family.operation == "cvtfp64tofp32rte") return converted("fptrunc");
     if (family.operation == "div")
         return Operand{type, body.add("fdiv " + text + " " + arguments[0].name + ", " + arguments[1].name)};
     const auto* found = std::ranges::find(intrinsics, family.operation, &Intrinsic::operation);

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <set>
 
 #include "opencl/programs.hpp"
 #include "tests/accuracy.hpp"
@@ -159,30 +160,64 @@ int check_families(const Host& host, const std::regex& filter) {
 }
 
 void time_families(const Host& host, const std::regex& filter, std::ostream& out) {
-    out << "| built-in | times as fast |\n|:---|---:|\n";
-    std::map<std::string, std::vector<double>> by_type;
+    struct Row {
+        std::string operation, type;
+        std::map<int, double> ratios;  ///< by width
+    };
+    std::vector<Row> rows;
+    std::map<std::string, std::map<std::string, std::vector<double>>> by_kind;  ///< then by type and width
     for (const DescribedFamily& described : described_families()) {
-        for (const Builtin& builtin : overloads_of(*described.family)) {
-            if (!std::regex_search(described.family->name() + "/" + std::to_string(builtin.width), filter)) continue;
-            char text[32] = "PoCL has none";
+        const Family& family = *described.family;
+        Row row;
+        for (const Builtin& builtin : overloads_of(family)) {
+            if (!std::regex_search(family.name() + "/" + std::to_string(builtin.width), filter)) continue;
             try {
                 const double ratio = times_as_fast(host, builtin);
-                std::snprintf(text, sizeof text, "%.2f", ratio);
-                by_type[std::string(lane_name(described.family->element)) + std::to_string(builtin.width)].push_back(
-                    ratio);
+                const char* kind = builtin.conversion              ? "conversions"
+                                   : family.tier != Tier::standard ? "short tiers"
+                                   : described.accuracy.ulp == 0   ? "exact functions"
+                                                                   : "functions";
+                // "convert_float8_rte" stands for all widths.
+                row.operation = std::regex_replace(builtin.name, std::regex("(float|double|int|long)[0-9]+"), "$1");
+                row.type = lane_name(family.arguments[0]);
+                row.ratios[builtin.width] = ratio;
+                by_kind[kind][row.type + std::to_string(builtin.width)].push_back(ratio);
+                std::fprintf(stderr, "%s %.2f\n", builtin.signature().c_str(), ratio);
             } catch (const std::runtime_error&) {
+                // The runtime's own library doesn't have every overload.
             }
-            out << "| " << builtin.signature() << " | " << text << " |\n" << std::flush;
         }
+        if (!row.ratios.empty()) rows.push_back(std::move(row));
     }
-    out << "\nGeometric means:";
-    for (const auto& [type, ratios] : by_type) {
-        double sum = 0;
-        for (const double ratio : ratios) sum += std::log(ratio);
-        char text[64];
-        std::snprintf(text, sizeof text, " %s %.2f over %zu;", type.c_str(),
-                      std::exp(sum / static_cast<double>(ratios.size())), ratios.size());
-        out << text;
+    char text[64];
+    out << "Geometric means:\n\n";
+    for (const auto& [kind, types] : by_kind) {
+        const char* separator = ": ";
+        out << "- " << kind;
+        for (const auto& [type, ratios] : types) {
+            double sum = 0;
+            for (const double ratio : ratios) sum += std::log(ratio);
+            std::snprintf(text, sizeof text, "%s%s %.2f (%zu)", separator, type.c_str(),
+                          std::exp(sum / static_cast<double>(ratios.size())), ratios.size());
+            out << text;
+            separator = ", ";
+        }
+        out << "\n";
+    }
+    std::set<int> columns;
+    for (const Row& row : rows)
+        for (const auto& [width, ratio] : row.ratios) columns.insert(width);
+    out << "\n| operation | type |";
+    for (const int width : columns) out << " " << width << " |";
+    out << "\n|:---|:---|";
+    for ([[maybe_unused]] const int width : columns) out << "---:|";
+    for (const Row& row : rows) {
+        out << "\n| " << row.operation << " | " << row.type << " |";
+        for (const int width : columns) {
+            const auto found = row.ratios.find(width);
+            std::snprintf(text, sizeof text, " %.2f |", found == row.ratios.end() ? 0 : found->second);
+            out << (found == row.ratios.end() ? " |" : text);
+        }
     }
     out << "\n";
 }

@@ -12,8 +12,8 @@ namespace tuvo::opencl {
 /// families fail.
 int check_families(const Host& host, const std::regex& filter);
 
-/// Times the library's built-ins beside the runtime's own in one program, and prints a table. The runtime must have
-/// both: the library's under names that begin with tuvo_.
+/// Times the library's built-ins beside the runtime's own in one program, and writes a table of how many times as fast
+/// they are, with geometric means. The runtime must have both: the library's under names that begin with tuvo_.
 void time_families(const Host& host, const std::regex& filter, std::ostream& out);
 
 }  // namespace tuvo::opencl

@@ -41,6 +41,12 @@ std::string describe(const Host& host) {
            "), driver " + device_text(host.device, CL_DRIVER_VERSION);
 }
 
+std::string processor(const Host& host) {
+    // "pthread-x86_64-pc-linux-gnu-sandybridge" stands at the end of the version's text.
+    const std::string text = device_text(host.device, CL_DEVICE_VERSION);
+    return text.substr(text.find("linux-gnu-") == std::string::npos ? 0 : text.find("linux-gnu-") + 10);
+}
+
 cl_program build(const Host& host, const std::string& source) {
     const char* text = source.c_str();
     cl_int status = CL_SUCCESS;

@@ -23,6 +23,9 @@ Host open_host();
 /// "NAME (VERSION), DRIVER".
 std::string describe(const Host& host);
 
+/// The processor that the device's code is for, as LLVM calls it.
+std::string processor(const Host& host);
+
 /// Compiles a program; the message of a failure holds the compiler's own.
 cl_program build(const Host& host, const std::string& source);
 

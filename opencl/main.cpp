@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 #include <fstream>
 #include <iostream>
+#include <sstream>
 
 #include "opencl/check.hpp"
 
@@ -13,6 +14,25 @@ std::string read_text(const std::string& path) {
     std::ifstream file(path);
     if (!file) throw std::runtime_error("cannot read " + path);
     return {std::istreambuf_iterator<char>(file), {}};
+}
+
+constexpr const char* part = R"(
+## In an OpenCL runtime
+
+How many times as fast the library's built-ins are as PoCL's own, in one program in PoCL; by `./run opencl times`, and with
+`./run opencl --avx times` as if the processor had AVX and nothing newer. PoCL's own may use all that the processor named has.
+)";
+
+/// Puts a section into the document's part about runtimes, in the place of the one with that heading if there is one.
+void renew_section(const std::string& file, const std::string& heading, const std::string& text) {
+    std::string document = read_text(file);
+    if (document.find(part) == std::string::npos) document += part;
+    const std::size_t start = document.find("\n" + heading + "\n", document.find(part));
+    if (start != std::string::npos) document.erase(start, document.find("\n### ", start + 1) - start);
+    document += "\n" + heading + "\n\n" + text;
+    std::ofstream out(file);
+    out << document;
+    if (!out.flush()) throw std::runtime_error("cannot write " + file);
 }
 
 int perform(int count, char** words) {
@@ -29,7 +49,8 @@ int perform(int count, char** words) {
     check->add_option("--filter", filter, "regular expression for names of families: ^logf$");
     CLI::App* times = app.add_subcommand("times", "times the built-ins beside the runtime's own, in one run");
     times->add_option("--filter", filter, "regular expression for family and width: ^logf/8$");
-    times->add_option("--markdown", markdown, "file for the table; the standard output, if none is named");
+    times->add_option("--markdown", markdown,
+                      "document whose section about this processor is renewed; the standard output, if none is named");
     CLI11_PARSE(app, count, words);
 
     const Host host = open_host();
@@ -41,9 +62,9 @@ int perform(int count, char** words) {
     if (check->parsed()) return check_families(host, std::regex(filter)) == 0 ? 0 : 1;
     if (times->parsed() && markdown.empty()) time_families(host, std::regex(filter), std::cout);
     if (times->parsed() && !markdown.empty()) {
-        std::ofstream out(markdown);
-        time_families(host, std::regex(filter), out);
-        if (!out.flush()) throw std::runtime_error("cannot write " + markdown);
+        std::ostringstream table;
+        time_families(host, std::regex(filter), table);
+        renew_section(markdown, "### " + processor(host), table.str());
     }
     return 0;
 }

@@ -4,7 +4,7 @@
 #
 # PoCL looks for its data beside its own object, so each gets a private copy of PoCL's folder with another library of
 # built-ins. PoCL picks one of several by processor: copied are that of this processor and that of a processor with AVX
-# and nothing newer (POCL_LLVM_CPU_NAME=sandybridge asks for it).
+# and nothing newer.
 set -euo pipefail
 builtins=$1 library=$2 folder=$3
 # Read to its end: ldconfig may not find its reader gone.
@@ -41,11 +41,11 @@ make_folder() {
     [ "$kind" = avx ] || link_builtins avx "$2" "$target" "${3:-}"
 }
 
-# make_launcher FILE TARGET. What was compiled for one processor is no use to another, and PoCL's cache doesn't tell them apart.
+# make_launcher FILE TARGET. PoCL's cache may be set from outside: it doesn't tell apart what was compiled for which processor.
 make_launcher() {
     cat >"$1" <<TEXT
 #!/bin/sh
-export OCL_ICD_VENDORS='$2/vendors' POCL_CACHE_DIR='$2/cache/'"\${POCL_LLVM_CPU_NAME:-host}" LD_PRELOAD="\${LD_PRELOAD:+\$LD_PRELOAD:}$library"
+export OCL_ICD_VENDORS='$2/vendors' POCL_CACHE_DIR="\${POCL_CACHE_DIR:-$2/cache}" LD_PRELOAD="\${LD_PRELOAD:+\$LD_PRELOAD:}$library"
 exec "\$@"
 TEXT
     chmod +x "$1"
