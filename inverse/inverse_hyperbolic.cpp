@@ -328,7 +328,7 @@ const Describe families[] = {
      {.ulp = 2525, .worst = {0x3f838b70}, .stand_in = StandIn::low, .thresholds = acoshf_thresholds}},
     {{"atanhf"},
      describe(atanh<Type::f32, full>),
-     {.ulp = 2.088, .worst = {0x3d7b88eb}, .stand_in = StandIn::low, .thresholds = atanhf_thresholds}},
+     {.ulp = 2.093, .worst = {0x3d7c2ea2}, .stand_in = StandIn::exact, .thresholds = atanhf_thresholds}},
     {{"atanhf_native"},
      describe(atanh<Type::f32, native>),
      {.ulp = 1469, .worst = {0xbde3a5f7}, .stand_in = StandIn::low, .thresholds = atanhf_thresholds}},

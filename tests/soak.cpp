@@ -108,7 +108,8 @@ int run_exhaustive(const std::filesystem::path& folder, const std::string& filte
             text << errors.measured.ulp << " ulp at " << hex(errors.measured.worst);
             done.set(key, text.str());
         }
-        const double ulp = std::stod(done.at(key)), line = wanted[k]->accuracy.ulp;
+        // Of an exact family, the error is that of the rounding.
+        const double ulp = std::stod(done.at(key)), line = std::max(0.5, wanted[k]->accuracy.ulp);
         if (ulp <= line) continue;
         std::printf("\n%s: %s, where its line says %g\n", family.name().c_str(), done.at(key).c_str(), line);
         ++faults;
