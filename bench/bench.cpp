@@ -201,7 +201,7 @@ one run is not to be compared with a figure of another.
 - slower: how many times as long a call takes whose arguments are all large, against one whose arguments are small.
 
 The means leave out widths below 128 bits, width 3, and kernels that take less than two empty calls. One operation
-pulls them down: `fma` calls a routine of integer steps for every lane, which also sets the flags of one rounding.
+pulls them down: `fma` in double, which also looks at the rounding modes, and keeps to the flags of one rounding.
 
 )";
     table.print(out);

@@ -1,5 +1,5 @@
 // Rare routines of the fused multiply-add: a b + c rounded once, by integer arithmetic on the significands. All lanes
-// come here.
+// come here unless both control words round to nearest; then, ties and what lies near the ends of the range.
 //
 // The direction of rounding is that of the x87 control word, which nothing else in the library obeys; it is read and
 // never written. Where the processor's own multiplication and addition can't go wrong, because the product is exact or
@@ -10,7 +10,8 @@
 // shifted to the larger's place, and bits that drop out below are kept as one sticky bit. None drops out where leading
 // bits can cancel: that takes exponents that differ by two at most.
 //
-// Since this is the only way through the kernels, it has no branches but those that real numbers seldom take.
+// Since in other modes this is the only way through the kernels, it has no branches but those that real numbers seldom
+// take.
 #include <type_traits>
 
 #include "frame/description/rare.hpp"

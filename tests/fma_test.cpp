@@ -2,11 +2,14 @@
 // word and of MXCSR; flags; and the kernels' way to them.
 #include <algorithm>
 #include <array>
+#include <bit>
+#include <cstdlib>
 
 #include <xmmintrin.h>
 
 #include <gtest/gtest.h>
 
+#include "frame/description/real.hpp"
 #include "tests/call.hpp"
 #include "tests/exact.hpp"
 #include "tests/inputs.hpp"
@@ -30,6 +33,14 @@ struct Outcome {
     unsigned flags = 0;
 };
 
+/// The plain product and sum of the type.
+template <class T, class Pattern>
+void multiply_and_add(Pattern a, Pattern b, Pattern c) {
+    const volatile T x = std::bit_cast<T>(a), y = std::bit_cast<T>(b), z = std::bit_cast<T>(c);
+    const volatile T product = x * y, sum = product + z;
+    static_cast<void>(sum);
+}
+
 /// One of the two formats, and what to try in it.
 class Fma : public testing::TestWithParam<Lane> {
 protected:
@@ -44,7 +55,8 @@ protected:
     /// 2^exponent.
     std::uint64_t power(int exponent) const { return std::uint64_t(exponent + bias) << fraction_bits; }
 
-    Outcome run(const Arguments& arguments, unsigned x87, unsigned mxcsr = nearest) const {
+    /// `whole`: with the plain operations ahead of the routine, and every flag.
+    Outcome run(const Arguments& arguments, unsigned x87, unsigned mxcsr = nearest, bool whole = false) const {
         std::uint16_t saved_control;
         const std::uint16_t control = x87_control(x87);
         const unsigned saved = _mm_getcsr();
@@ -52,8 +64,11 @@ protected:
         asm volatile("fldcw %0" : : "m"(control));
         _mm_setcsr(0x1f80 | mxcsr << 13);
         Outcome outcome;
+        const auto low = [&](int k) { return static_cast<std::uint32_t>(arguments[k]); };
+        if (whole && lane == Lane::f32) multiply_and_add<float>(low(0), low(1), low(2));
+        if (whole && lane == Lane::f64) multiply_and_add<double>(arguments[0], arguments[1], arguments[2]);
         const int status = routine(&arguments[0], &arguments[1], &arguments[2], &outcome.pattern);
-        outcome.flags = _mm_getcsr() & (underflow | overflow | invalid);
+        outcome.flags = _mm_getcsr() & (whole ? 0x3f : underflow | overflow | invalid);
         _mm_setcsr(saved);
         asm volatile("fldcw %0" : : "m"(saved_control));
         EXPECT_EQ(status, 0);
@@ -169,6 +184,66 @@ TEST_P(Fma, Flags) {
         for (unsigned mode = 0; mode < 4; ++mode)
             EXPECT_EQ(run(c.arguments, mode).flags, c.flags[mode])
                 << "x87 mode " << mode << ", arguments " << hex(c.arguments);
+}
+
+/// In every mode of both control words the kernel gives the routine's values, and raises nothing that the plain
+/// operations and the routine don't. TUVO_LANES is how many lanes, for longer runs.
+TEST_P(Fma, KernelsGiveTheRoutinesValuesAndNoFurtherFlag) {
+    constexpr int width = 8;
+    const char* const wanted = std::getenv("TUVO_LANES");
+    const long lanes = wanted ? std::atol(wanted) : 400'000;
+    const Family& family = *find_family(lane == Lane::f32 ? "fmaf" : "fma");
+    Caller caller(find_kernel(family, width), family, width);
+    RandomBits random(static_cast<std::uint64_t>(lanes));
+    std::vector<Arguments> arguments(3, Arguments(width));
+    for (long k = 0; k < lanes && !HasFatalFailure(); k += width) {
+        for (int i = 0; i < width; ++i) {
+            const int kind = static_cast<int>(random() % 16), first = static_cast<int>(random() % 40) - 20;
+            const auto far = [&] { return static_cast<int>(random() % (2 * bias + 80)) - bias - 60; };
+            const auto few = [&](int bits) { return fraction & ~(fraction >> bits) & random(); };
+            Arguments own{random_number(first, random), random_number(-first / 2, random),
+                          random_number(first / 2, random)};
+            if (kind == 0) own = {random() & ~sign, random() & ~sign, random() & ~sign};
+            if (kind <= 1) own[random() % 3] = random_number(far(), random);
+            if (kind == 2)
+                own = {random_number(far() / 2, random), random_number(far() / 2, random),
+                       random_number(far(), random)};
+            if (kind == 3) own[random() % 3] = random() % 2 ? 0 : one;
+            if (kind == 4) own[random() % 3] = infinity - 4 + random() % 8;
+            if (kind >= 5 && kind <= 8)  // ties, and nearly so
+                own = {one | few(fraction_bits / 2 + kind - 6), one | few(fraction_bits / 2 + 1),
+                       power(static_cast<int>(random() % 60) - (lane == Lane::f32 ? 30 : 58)) |
+                           few(static_cast<int>(random() % 8))};
+            if (kind >= 9 && kind <= 11) {  // cancellation
+                const double product =
+                    Real::from_pattern(lane, own[0]).to_double() * Real::from_pattern(lane, own[1]).to_double();
+                own[2] = (lane == Lane::f32 ? std::bit_cast<std::uint32_t>(static_cast<float>(product))
+                                            : std::bit_cast<std::uint64_t>(product)) +
+                         random() % 3;
+                own[2] ^= sign;
+            } else {
+                for (std::uint64_t& argument : own) argument ^= random() & sign;
+            }
+            for (int j = 0; j < 3; ++j) arguments[j][i] = own[j] & (sign | (sign - 1));
+        }
+        // Mostly the mode in which there is a vector path.
+        const unsigned modes = k % (4 * width) ? 0 : static_cast<unsigned>(random() % 16);
+        CallOptions options;
+        options.x87_control = x87_control(modes & 3);
+        options.mxcsr = 0x1f80 | (modes >> 2) << 13;
+        const CallResult& result = caller(arguments, options);
+        unsigned flags = 0;
+        for (int i = 0; i < width; ++i) {
+            const Arguments own{arguments[0][i], arguments[1][i], arguments[2][i]};
+            const Outcome outcome = run(own, modes & 3, modes >> 2, true);
+            ASSERT_EQ(result.outputs[0][i], outcome.pattern) << "modes " << modes << ", arguments " << hex(own);
+            flags |= outcome.flags;
+        }
+        ASSERT_EQ(result.exception_flags & ~flags, 0u)
+            << "modes " << modes << ", flags " << flags << ", arguments " << hex(arguments[0]) << "; "
+            << hex(arguments[1]) << "; " << hex(arguments[2]);
+        ASSERT_TRUE(result.violations.empty()) << result.violations[0];
+    }
 }
 
 // At every width and in both forms of a call, each lane is rounded by the x87 control word as it stands at the call.

@@ -262,6 +262,7 @@ private:
             if (self.rare_) {
                 if (self.wide_ && below(2)) rare_if(compare64());
                 else rare_if(below(2) ? compare32() : value_i() > i());
+                if (below(4) == 0) rare_unless_nearest();  // no lane more, as tests run
             }
             std::vector<Lane> outputs = self.results_;
             if (self.out_) outputs.push_back(*self.out_);

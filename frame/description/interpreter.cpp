@@ -15,6 +15,15 @@ double double_of(std::uint64_t v) { return __builtin_bit_cast(double, v); }
 std::uint64_t bits_of(float v) { return __builtin_bit_cast(std::uint32_t, v); }
 std::uint64_t bits_of(double v) { return __builtin_bit_cast(std::uint64_t, v); }
 
+/// Whether both control words say so.
+bool rounds_to_nearest() {
+    unsigned mxcsr;
+    unsigned short x87;
+    __asm__("stmxcsr %0" : "=m"(mxcsr));
+    __asm__("fnstcw %0" : "=m"(x87));
+    return ((mxcsr & 0x6000) | (x87 & 0x0c00)) == 0;
+}
+
 #define TUVO_SCALAR(OPCODE)                             \
     if (type == Type::f32) {                            \
         float x = float_of(a), y = float_of(b);         \
@@ -255,7 +264,7 @@ struct Interpreter {
 
     LaneResult run() {
         values.assign(program.nodes.size(), 0);
-        bool rare = program.always_rare;
+        bool rare = program.always_rare || (program.nearest_only && !rounds_to_nearest());
         // Whether a section runs on this lane, and whether the lane is one of those that asked for it.
         const auto asked = [&](int s) {
             const Section& section = program.sections[s];

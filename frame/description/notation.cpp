@@ -98,6 +98,8 @@ int record_gather(int table, int index, std::int64_t bias, int count, Type type)
 void rare_if_node(int mask) { recording().rare.push_back({current_section, mask}); }
 void rare_always() { recording().always_rare = true; }
 
+void rare_unless_nearest() { recording().nearest_only = true; }
+
 InBlock::InBlock(int block) : previous_(current_block) { current_block = block; }
 InBlock::~InBlock() { current_block = previous_; }
 

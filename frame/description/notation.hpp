@@ -246,6 +246,9 @@ void rare_if_node(int mask);
 template <Type T> requires(is_mask(T)) void rare_if(Value<T> mask) { rare_if_node(mask.node); }
 /// Every lane goes to the rare routine: the family has no vector path.
 void rare_always();
+/// Every lane goes to the rare routine unless MXCSR and the x87 control word both say to round to nearest: for a vector
+/// path that is right in that mode alone. Both are looked at once a call, and not changed.
+void rare_unless_nearest();
 
 /// Constants and tables recorded while this lives go to that constant block of the family, or to the kernel's own pool
 /// (`pool`).

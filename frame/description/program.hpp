@@ -137,8 +137,9 @@ struct Program {
     std::vector<Claim> claims;
     std::vector<int> outputs;  ///< results, then the out-value
     std::vector<RareTest> rare;
-    bool always_rare = false;  ///< every lane goes to the rare routine; outputs are still defined
-    int blocks = 0;            ///< constant blocks of the family
+    bool always_rare = false;   ///< every lane goes to the rare routine; outputs are still defined
+    bool nearest_only = false;  ///< every lane does unless MXCSR and the x87 control word both round to nearest
+    int blocks = 0;             ///< constant blocks of the family
 };
 
 Type type_of(Lane lane);

@@ -51,6 +51,8 @@ struct Operand {
 struct Instruction {
     enum class Kind : std::uint8_t {
         plain,
+        unless_nearest,  ///< to a general register: zero if the source is and the x87 control word rounds to nearest, else
+                         ///< `immediate`
         branch,  ///< to an out-of-line section: tests a general register, comes back with `joined` values
         rare,    ///< to the rare path; always the last branch of the main section
         end,     ///< end of a section: its uses are what must be in place then

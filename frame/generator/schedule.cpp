@@ -17,6 +17,7 @@ struct Cost {
 };
 
 Cost cost_of(const Instruction& i) {
+    if (i.kind == Instruction::Kind::unless_nearest) return {Unit::any, 20};  // stores are read back
     if (i.kind != Instruction::Kind::plain || i.is_store) return {Unit::any, 0};
     const InstructionRow& row = row_of(i.mnemonic);
     return {row.unit, i.dst_bits == 256 ? row.latency_256 : row.latency_128};

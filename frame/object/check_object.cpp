@@ -27,7 +27,9 @@ const std::regex kernel_128(
     "vp(add|sub)[bwdq]|vpmul(ld|u?dq)|vp(min|max)[su][bwd]|vp(and|andn|or|xor)|vps(ll|rl)(w|d|q|dq)|vpsra[wd]|"
     "vpcmp(eq|gt)[bwdq]|vpblend(w|vb)|vpack[su]s(wb|dw)|vpmovmskb|vpmov[sz]x(bw|bd|bq|wd|wq|dq)|vp(extr|insr)[bwdq]",
     std::regex::optimize);
-const std::regex kernel_general("mov|movsxd|lea|push|leave|add|sub|and|or|xor|shl|inc|cmp|test|bt|j[a-z]+|call|ret|nop",
+const std::regex kernel_general("mov|movsxd|lea|push|leave|add|sub|sbb|neg|and|or|xor|shl|inc|cmp|test|bt|j[a-z]+|call|ret|nop|"
+                                "setne|fnstcw",  // the control word is looked at, and never set
+                                
                                 std::regex::optimize);
 const std::regex rare_routine(
     // SSE2: scalar arithmetic, moves and logic

@@ -145,7 +145,8 @@ void allocate_body(Allocation& a, const Body& body) {
         const Instruction& i = instructions[a.position];
         a.locked.clear();
         switch (i.kind) {
-        case Instruction::Kind::plain: allocate_plain(a, body, i); break;
+        case Instruction::Kind::plain:
+        case Instruction::Kind::unless_nearest: allocate_plain(a, body, i); break;
         case Instruction::Kind::branch:
         case Instruction::Kind::rare: allocate_branch(a, body, i); break;
         case Instruction::Kind::end:

@@ -73,8 +73,24 @@ void write_commutative(Emission& e, const Instruction& i, const std::string& dst
     write_line(e, i.mnemonic, dst + ", " + (dst == b ? a : b), i.comment);
 }
 
+/// The control word is stored where no spill slot lies, in the last bytes of the 128 below the stack pointer that a
+/// signal leaves alone.
+void write_unless_nearest(Emission& e, const Instruction& i) {
+    constexpr const char* control_word = "word ptr [rsp - 112]";
+    const std::string dst = register_name(i.dst_file, i.dst, 32), source = operand_text(e, i.sources[0]);
+    write_line(e, Mnemonic::fnstcw, control_word);
+    if (dst != source) write_line(e, Mnemonic::mov, dst + ", " + source);
+    write_line(e, Mnemonic::shl, dst + ", 8");
+    write_line(e, Mnemonic::test, control_word + std::string(", 3072"), "rounding");
+    write_line(e, Mnemonic::setne, register_name(i.dst_file, i.dst, 8));
+    write_line(e, Mnemonic::neg, dst);
+    write_line(e, Mnemonic::sbb, dst + ", " + dst);
+    write_line(e, Mnemonic::and_, dst + ", " + std::to_string(i.immediate));
+}
+
 void write_instruction(Emission& e, const Instruction& i) {
     if (i.kind == Instruction::Kind::branch || i.kind == Instruction::Kind::rare) return write_branch(e, i);
+    if (i.kind == Instruction::Kind::unless_nearest) return write_unless_nearest(e, i);
     check(e, i);
     if (i.is_store)
         return write_line(e, i.mnemonic, operand_text(e, i.target) + ", " + operand_text(e, i.sources[0]), i.comment);

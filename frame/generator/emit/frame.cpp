@@ -16,7 +16,8 @@ bool is_section_slot(const Operand& o) {
 
 bool uses_frame(const std::vector<Instruction>& code) {
     return std::ranges::any_of(code, [](const Instruction& i) {
-        return i.kind != Instruction::Kind::plain || (i.is_store && is_section_slot(i.target)) ||
+        const bool straight = i.kind == Instruction::Kind::plain || i.kind == Instruction::Kind::unless_nearest;
+        return !straight || (i.is_store && is_section_slot(i.target)) ||
                std::ranges::any_of(i.sources, is_section_slot);
     });
 }

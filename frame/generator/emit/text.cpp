@@ -6,6 +6,7 @@ namespace tuvo {
 namespace {
 
 const char* const general_32[] = {"eax", "ecx", "edx", "r8d", "r9d", "r10d", "r11d"};
+const char* const general_8[] = {"al", "cl", "dl", "r8b", "r9b", "r10b", "r11b"};
 const char* const general_64[] = {"rax", "rcx", "rdx", "r8", "r9", "r10", "r11"};
 
 const char* size_name(int bits) {
@@ -63,7 +64,7 @@ std::string bare_address(const Emission& e, const Memory& m, int bits) {
 void fail(const Emission& e, const std::string& what) { throw std::logic_error(e.kernel.symbol + ": " + what); }
 
 std::string register_name(File file, int reg, int bits) {
-    if (file == File::general) return bits == 64 ? general_64[reg] : general_32[reg];
+    if (file == File::general) return bits == 64 ? general_64[reg] : bits == 8 ? general_8[reg] : general_32[reg];
     return (bits == 256 ? "ymm" : "xmm") + std::to_string(reg);
 }
 

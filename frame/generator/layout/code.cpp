@@ -1,6 +1,8 @@
 #include "frame/generator/layout/code.hpp"
 
 #include <algorithm>
+#include <array>
+#include <bit>
 
 namespace tuvo {
 
@@ -56,6 +58,25 @@ void emit_store(Code& code, Mnemonic mnemonic, const Memory& target, int bits, i
     i.mnemonic = mnemonic, i.is_store = true, i.target = memory_operand(target, bits);
     i.sources = {reg(code, source, source_bits)};
     body(code).push_back(i);
+}
+
+int emit_unless_nearest(Code& code, int mask) {
+    const auto four = [&](std::array<float, 2> pair) {
+        std::vector<std::uint8_t> bytes;
+        for (int k = 0; k < 2; ++k)
+            for (const float value : pair)
+                for (int shift = 0; shift < 32; shift += 8)
+                    bytes.push_back(std::bit_cast<std::uint32_t>(value) >> shift & 0xff);
+        return memory_operand(pool_item(code, bytes, pair[0] == 0 ? "0.5 and 1.5 rounded to nearest" : "0.5 and 1.5"),
+                              128);
+    };
+    constexpr int current_quiet = 12, not_equal = 4;
+    const int rounded = emit(code, Mnemonic::vroundps, 128, {four({0.5f, 1.5f})}, current_quiet);
+    const int differs = emit(code, Mnemonic::vcmpps, 128, {reg(code, rounded, 128), four({0.0f, 2.0f})}, not_equal);
+    const int found = emit_general(code, Mnemonic::vmovmskps, 32, {reg(code, differs, 128)});
+    const int r = emit_general(code, Mnemonic::and_, 32, {reg(code, found, 32)}, mask);
+    body(code).back().kind = Instruction::Kind::unless_nearest;
+    return r;
 }
 
 void emit_end(Code& code, std::vector<int> uses) {

@@ -30,7 +30,7 @@ void check(const Program& program, const Family& family) {
     for (std::size_t v = 0; v < lanes.size(); ++v)
         if (program.nodes[program.outputs[v]].type != type_of(lanes[v]))
             refuse(program, "output " + std::to_string(v) + " has another type than the operation table says");
-    const bool rare = program.always_rare || !program.rare.empty();
+    const bool rare = program.always_rare || program.nearest_only || !program.rare.empty();
     if (rare && !family.has_rare) refuse(program, "the description has a rare test, the operation table no rare path");
     if (!rare && family.has_rare) refuse(program, "the operation table has a rare path, the description no rare test");
 }

@@ -100,6 +100,8 @@ int any_lane(Layout& l, int node) {
     return emit_general(l.code, type == Type::m32 ? vmovmskps : vmovmskpd, 32, {reg(l.code, all, bits)});
 }
 
+int all_lanes(const Layout& l) { return (1 << l.plan.width) - 1; }
+
 int or_general(Layout& l, const std::vector<int>& registers) {
     int all = registers[0];
     for (std::size_t k = 1; k < registers.size(); ++k)

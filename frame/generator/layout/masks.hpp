@@ -24,6 +24,9 @@ int lane_bits(Layout& l, const Mask& mask);
 /// Whether any lane is set: nonzero in a general register, whatever the order of its bits.
 int any_lane(Layout& l, int node);
 
+/// The mask of a call's lanes.
+int all_lanes(const Layout& l);
+
 int or_general(Layout& l, const std::vector<int>& registers);
 
 }  // namespace tuvo

@@ -41,10 +41,9 @@ std::vector<std::vector<int>> lay_out_rare_path(Layout& l, const std::vector<std
     const Program& program = l.plan.program;
     const Family& family = l.plan.family;
     Kernel& kernel = l.code.kernel;
-    const int all_lanes = (1 << l.plan.width) - 1;
     KernelSection section;
     section.condition =
-        program.always_rare ? emit_general(l.code, Mnemonic::mov, 32, {}, all_lanes) : rare_lanes_found(l, 0);
+        program.always_rare ? emit_general(l.code, Mnemonic::mov, 32, {}, all_lanes(l)) : rare_lanes_found(l, 0);
     section.cut = mask_cut(l.plan);
     section.rare.emplace();
     const std::vector<Lane> lanes = family.outputs();

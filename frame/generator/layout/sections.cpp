@@ -197,6 +197,7 @@ int rare_lanes_found(Layout& l, int section) {
         if (all) found.push_back(lane_bits(l, restricted(l, *all, section)));
     }
     found.insert(found.end(), l.rare_lanes[section].begin(), l.rare_lanes[section].end());
+    if (section == 0 && program.nearest_only) found.push_back(emit_unless_nearest(l.code, all_lanes(l)));
     return or_general(l, found);
 }
 
