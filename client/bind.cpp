@@ -20,6 +20,7 @@
 
 #include "builtins/abi.hpp"
 #include "client/compile.hpp"
+#include "client/damage.hpp"
 #include "client/failure.hpp"
 #include "client/optimize.hpp"
 #include "client/scalar_bodies.hpp"
@@ -198,6 +199,7 @@ WorkItem work_item(llvm::Module& module) {
 }
 
 void bind_builtins(llvm::Module& module, const BindOptions& options) {
+    check_builtins(options.builtins);
     auto builtins = open_module(module.getContext(), options.builtins);
     for (Function& function : *builtins) function.setCallingConv(llvm::CallingConv::C);
     builtins->setDataLayout(module.getDataLayout());

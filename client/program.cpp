@@ -1,11 +1,8 @@
 #include "client/program.hpp"
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
-#include <fstream>
 #include <regex>
 
 #include <llvm/IR/Metadata.h>
@@ -13,6 +10,7 @@
 #include <llvm/Support/raw_ostream.h>
 
 #include "client/bind.hpp"
+#include "client/damage.hpp"
 #include "client/driver.hpp"
 #include "client/failure.hpp"
 #include "client/optimize.hpp"
@@ -56,12 +54,6 @@ template <typename T>
 T take(llvm::Expected<T> value, const std::string& what) {
     if (!value) throw Failure(what + ": " + llvm::toString(value.takeError()));
     return std::move(*value);
-}
-
-void check_readable(const std::filesystem::path& library) {
-    if (!std::ifstream(library))
-        throw Failure("cannot read the library '" + library.string() + "': " + std::strerror(errno) +
-                      "; build it, or name it with --library");
 }
 
 struct BoundModule {
@@ -125,7 +117,7 @@ std::string bound_ir(const std::filesystem::path& source, const Settings& settin
 
 Program build_program(const std::filesystem::path& source, const Settings& settings) {
     if (!__builtin_cpu_supports("avx")) throw Failure("this processor has no AVX, which the library needs");
-    check_readable(settings.library);
+    check_library(settings.library);
     BoundModule bound = bound_module(source, settings);
     Program program;
     program.kernels = bound.kernels;

@@ -336,7 +336,7 @@ TEST_F(Client, UnfitProgramsAreRejectedBeforeAnythingRuns) {
                     "\nmissing.cl:3:14: error: nothing defines the function 'dot(float vector[4], float vector[4])'");
     expect_rejected("ir missing.cl", "'dot(");
 
-    write_text(folder / "poor.ll", "");
+    write_text(folder / "poor.ll", "; none\n");
     write_text(folder / "p.cl", "kernel void k(global float* x) { x[0] = half_log2(x[0]); }\n");
     expect_rejected("run p.cl k --size 1 out:f32:y:1 --builtins poor.ll",
                     "no kernel for the built-in 'half_log2(float)' (family log2f_half)");
@@ -392,6 +392,55 @@ TEST_F(Client, AccessesOutOfBoundsEndTheRun) {
     // Five floats end at a page's end, and so don't lie where a float4 would.
     EXPECT_EQ(client("run p.cl cast --size 1 list:f32:1,2,3,4,5 out:f32:-:1").out, "4\n");
     EXPECT_EQ(client("run p.cl three --size 1 list:f32:1,4,9 out:f32:-:3").out, "1\n2\n3\n");
+}
+
+/// Cut short anywhere or with bytes changed: refused in one line, or, where a byte means nothing, run like the whole one.
+TEST_F(Client, DamagedFilesAreRefused) {
+    REQUIRE_KERNEL("fabsf4");
+    write_text(folder / "p.cl", "kernel void k(global float4* x) { x[0] = fabs(x[0]) + 1; }\n");
+    const auto expect_one_line = [&](const std::string& words, const std::string& damage) {
+        const Result result = client("run p.cl k --size 1 out:f32:-:4 " + words);
+        if (result.status == 0 && result.out == "1\n1\n1\n1\n") return false;
+        EXPECT_EQ(result.status, 2) << words << ": " << damage << "\n" << result.out << result.err;
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << words << ": " << damage << "\n" << result.err;
+        return true;
+    };
+    const fs::path built = fs::path(TUVO_LIBRARY).parent_path();
+    const struct {
+        const char *name, *option;
+        std::size_t step;  // from one changed byte of the header to the next
+    } files[] = {{"__ocl_tuvo_e9.so.3.5", "--library ", 7}, {"tuvo-builtins.bc", "--builtins ", 41}};
+    const std::string sums = read_text(built / "tuvo.sha256");
+    for (const auto& [name, option, step] : files) {
+        const std::string words = std::string(option) + name, whole = read_text(built / name);
+        const std::size_t size = whole.size();
+        for (const std::size_t length :
+             {std::size_t{0}, std::size_t{3}, std::size_t{63}, std::size_t{500}, size / 7, size / 2, size - 4097, size - 1}) {
+            write_text(folder / name, whole.substr(0, length));
+            EXPECT_TRUE(expect_one_line(words, "cut to " + std::to_string(length))) << name << " " << length;
+        }
+        for (std::size_t at = 0; at < 512; at += step) {
+            std::string damaged = whole;
+            damaged[at] = static_cast<char>(~damaged[at]);
+            write_text(folder / name, damaged);
+            expect_one_line(words, "byte " + std::to_string(at));
+        }
+        // A checksum tells of any byte, and of itself.
+        write_text(folder / "tuvo.sha256", sums);
+        for (const std::size_t at : {size / 3, size / 2, size - 1}) {
+            std::string damaged = whole;
+            damaged[at] = static_cast<char>(damaged[at] ^ 1);
+            write_text(folder / name, damaged);
+            expect_rejected("run p.cl k --size 1 out:f32:-:4 " + words, std::string(name) + "' differs from its checksum");
+        }
+        write_text(folder / name, whole);
+        EXPECT_FALSE(expect_one_line(words, "whole"));
+        for (const std::string& list : {sums.substr(0, 40), sums.substr(0, 70), "x" + sums}) {
+            write_text(folder / "tuvo.sha256", list);
+            expect_rejected("run p.cl k --size 1 out:f32:-:4 " + words, "the checksums 'tuvo.sha256' are damaged");
+        }
+        fs::remove(folder / "tuvo.sha256");
+    }
 }
 
 // ---- The demonstrations ---------------------------------------------------------------------------------------------
