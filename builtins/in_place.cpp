@@ -33,6 +33,12 @@ std::optional<Operand> in_place(Body& body, Declarations& declarations, const Fa
     };
     if (family.operation.starts_with("cvti32tofp")) return converted("sitofp");
     if (family.operation == "cvtfp64tofp32rte") return converted("fptrunc");
+    if (family.operation == "nan") {
+        const std::string quiet = result.scalar == Scalar::f64 ? "9221120237041090560" : "2143289344";
+        const Operand code{type, body.add("or " + text + " " + arguments[0].name + ", " +
+                                          splat(body, {{type.scalar, 1}, quiet}, type.lanes).name)};
+        return Operand{result, body.add("bitcast " + text + " " + code.name + " to " + llvm_type(result))};
+    }
     if (family.operation == "div")
         return Operand{type, body.add("fdiv " + text + " " + arguments[0].name + ", " + arguments[1].name)};
     const auto* found = std::ranges::find(intrinsics, family.operation, &Intrinsic::operation);
