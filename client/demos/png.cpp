@@ -13,6 +13,12 @@ Image read_png(const std::string& path) {
     header.version = PNG_IMAGE_VERSION;
     if (!png_image_begin_read_from_file(&header, path.c_str()))
         throw Failure("cannot read '" + path + "': " + header.message);
+    // The size is what the file says it is, however short it may be.
+    constexpr std::uint64_t most_pixels = 1 << 26;
+    if (std::uint64_t{header.width} * header.height > most_pixels) {
+        png_image_free(&header);
+        throw Failure("cannot read '" + path + "': it has more than " + std::to_string(most_pixels) + " pixels");
+    }
     header.format = PNG_FORMAT_RGB;
     Image image(static_cast<int>(header.width), static_cast<int>(header.height), {});
     const png_color black{};

@@ -17,11 +17,11 @@ struct Image {
     std::vector<Colour> pixels;
 
     Image(int columns, int rows, Colour fill)
-        : width(columns), height(rows), pixels(static_cast<std::size_t>(columns * rows), fill) {}
+        : width(columns), height(rows), pixels(static_cast<std::size_t>(columns) * static_cast<std::size_t>(rows), fill) {}
     Colour& at(int x, int y) { return pixels[static_cast<std::size_t>(y * width + x)]; }
 };
 
-/// Reads a PNG; transparent pixels lie on black. Throws `Failure` if the file can't be read.
+/// Reads a PNG of up to 2^26 pixels; transparent ones lie on black. Throws `Failure` if the file can't be read.
 Image read_png(const std::string& path);
 
 /// Writes the image as PNG, and makes the folder for it. Throws `Failure` if the file can't be written.
