@@ -51,6 +51,7 @@ void compete(benchmark::State& state, const Family& family, int width, Mode mode
     add("accurate", peers.accurate);
     add("fast", peers.fast);
     add("scalar", peers.scalar);
+    if (mode == Mode::throughput) add("xsimd", peers.xsimd), add("eigen", peers.eigen);
     for (auto _ : state)
         for (Rival& rival : rivals) rival.turns.push_back(rival.contestant.run());
     for (Rival& rival : rivals) state.counters[rival.name] = undisturbed(rival.turns);
@@ -118,11 +119,11 @@ void Table::print_titles(std::ostream& out, std::span<const char* const> titles)
 }
 
 void Table::print(std::ostream& out) const {
-    constexpr std::array titles{"ticks/lane", "empty call", "1 ulp",    "3.5 ulp",  "libm",
-                                "latency",    "lat. 1",     "lat. 3.5", "lat. libm"};
+    constexpr std::array titles{"ticks/lane", "empty call", "1 ulp",  "3.5 ulp",  "libm",     "xsimd",
+                                "Eigen",      "latency",    "lat. 1", "lat. 3.5", "lat. libm"};
     const bool latency = has("latency");
-    print_titles(out, std::span(titles).first(latency ? titles.size() : 5));
-    std::vector<double> standard, shorter;
+    print_titles(out, std::span(titles).first(latency ? titles.size() : 7));
+    std::vector<double> standard, shorter, by_xsimd, by_eigen;
     for (const Family& family : families()) {
         for (int width : widths) {
             const auto found = ticks_.find(short_name(family, width));
@@ -130,7 +131,7 @@ void Table::print(std::ostream& out) const {
             const auto& [name, row] = *found;
             out << "| " << std::left << std::setw(16) << name << std::right << " ";
             print_cell(out, own(row, "throughput") / width);
-            for (const char* rival : {"empty", "accurate", "fast", "scalar"})
+            for (const char* rival : {"empty", "accurate", "fast", "scalar", "xsimd", "eigen"})
                 print_cell(out, ratio(row, "throughput", rival));
             if (latency) {
                 print_cell(out, own(row, "latency"));
@@ -141,12 +142,16 @@ void Table::print(std::ostream& out) const {
             if (width == 3 || width * lane_size(family.element) < 16 || ratio(row, "throughput", "empty") > 0.5)
                 continue;
             const double accurate = ratio(row, "throughput", "accurate"), fast = ratio(row, "throughput", "fast");
+            const double xsimd = ratio(row, "throughput", "xsimd"), eigen = ratio(row, "throughput", "eigen");
             if (family.tier == Tier::standard && accurate != 0) standard.push_back(accurate);
+            if (family.tier == Tier::standard && xsimd != 0) by_xsimd.push_back(xsimd);
+            if (family.tier == Tier::standard && eigen != 0) by_eigen.push_back(eigen);
             if ((family.tier == Tier::native || family.tier == Tier::half) && fast != 0) shorter.push_back(fast);
         }
     }
     out << mean("Default tiers against the entries of 1 ulp", standard)
-        << mean("Shorter tiers against the entries of 3.5 ulp", shorter);
+        << mean("Shorter tiers against the entries of 3.5 ulp", shorter)
+        << mean("Default tiers against xsimd", by_xsimd) << mean("Default tiers against Eigen", by_eigen);
     if (has("large")) print_large(out);
 }
 
@@ -196,6 +201,8 @@ one run is not to be compared with a figure of another.
   which it doesn't have, a function of the divide and root instructions. Widths 1 to 3 take one 128-bit call.
 - libm: the C library's scalar function, one call a lane. It may use instructions that the kernels must not. For
   integer division and conversions, a compiled loop of the processor's own divisions and of casts.
+- xsimd, Eigen: those libraries' functions in their AVX forms (128 bits: SSE 4, in AVX's encoding), without fused
+  multiply-add. Their errors are their own; xsimd's hypot is the root of the sum of squares, whatever overflows.
 - latency: ticks of a call whose argument waits for the last call's result; lat.: the ratios of that to the same
   peers. Values that take the peer more than one call have none.
 - slower: how many times as long a call takes whose arguments are all large, against one whose arguments are small.

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 
+#include "bench/headers.hpp"
 #include "bench/instructions.hpp"
 #include "bench/scalar.hpp"
 
@@ -85,12 +86,15 @@ std::optional<Entry> find_vector(const Family& family, int width, const std::str
     return std::nullopt;
 }
 
-std::optional<Entry> find_instructions(const Family& family, int width) {
+using Finder = const void* (*)(std::string_view operation, int lane_bytes, int lanes);
+
+std::optional<Entry> find_compiled(const char* name, Finder find, const Family& family, int width) {
+    if (!is_floating(family.element) || family.stem.starts_with("cvt")) return std::nullopt;
     const int bytes = lane_size(family.element), narrow = 16 / bytes;
     const int lanes = width <= narrow ? narrow : 2 * narrow;
-    const void* function = by_instructions(family.operation, bytes, lanes);
+    const void* function = find(family.operation, bytes, lanes);
     if (!function) return std::nullopt;
-    return Entry{"instructions", function, shape_of(family, lanes), lanes, (width + lanes - 1) / lanes};
+    return Entry{name, function, shape_of(family, lanes), lanes, (width + lanes - 1) / lanes};
 }
 
 }  // namespace
@@ -99,7 +103,9 @@ Peers peers_of(const Family& family, int width) {
     const auto [vector, scalar] = names_of(family);
     Peers peers;
     peers.accurate = find_vector(family, width, vector, {"u10", "u05", "u15", ""});
-    if (!peers.accurate) peers.accurate = find_instructions(family, width);
+    if (!peers.accurate) peers.accurate = find_compiled("instructions", by_instructions, family, width);
+    peers.xsimd = find_compiled("xsimd", by_xsimd, family, width);
+    peers.eigen = find_compiled("eigen", by_eigen, family, width);
     peers.fast = find_vector(family, width, vector, {"u35"});
     if (!scalar.empty() && scalar_library()) {
         std::string name = scalar;

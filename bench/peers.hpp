@@ -22,8 +22,9 @@ struct Entry {
 struct Peers {
     std::optional<Entry> accurate;  ///< the vector library's entry of 1 ulp; of 0.5 or 1.5 ulp, or exact, where it has
                                     ///< no such; else the processor's divide and square root
-    std::optional<Entry> fast;    ///< its entry of 3.5 ulp
-    std::optional<Entry> scalar;  ///< the C library's function, or a compiled loop where it has none
+    std::optional<Entry> fast;      ///< its entry of 3.5 ulp
+    std::optional<Entry> xsimd, eigen;  ///< what those libraries of headers make of it
+    std::optional<Entry> scalar;        ///< the C library's function, or a compiled loop where it has none
 };
 
 /// The peers of a kernel. Vector entries are those for AVX at 256 bits and for SSE4 at 128 bits, by their own names:
