@@ -254,6 +254,15 @@ TEST(Generator, SectionsForAnyLane) {
         });
         return std::pair(r * q, q ^ s);
     };
+    // What the inner section replaces is read outside, too, where nothing else says that it comes first.
+    const auto replaced_within = [](F64 x) {
+        const F64 v = x * 1.5;
+        const I32 word = high_word(v) ^ I32(5);
+        const F64 z = if_any(x > 1.0, x + 2.0, [&] {
+            return if_any(x > 2.0, v, [&] { return x - 4.0; }) - 3.0;
+        });
+        return std::pair(z * z * z, word);
+    };
     const auto nested = [](F64 x) {
         const F64 y = x * 3.0;
         const F64 z = if_any(abs(x) > 1.0, y, [&] {
@@ -269,6 +278,7 @@ TEST(Generator, SectionsForAnyLane) {
     };
     expect_right({make_up("large", {f}, {f, f}, {}, true, 2, describe(+large)), make_up("large_out", {f}, {f}, f, true, 2, describe(+large)),
                   make_up("nested", {d}, {d}, {}, false, 1, describe(+nested)),
+                  make_up("replaced_within", {d}, {d}, i, false, 1, describe(+replaced_within)),
                   make_up("replaced", {d}, {d}, {}, true, 1, describe(+replaced_argument))}, 150);
 }
 

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 
 namespace tuvo {
 namespace {
@@ -71,6 +72,15 @@ bool comes_first(const Kernel& kernel, const Instruction& i) {
            kernel.registers[i.sources[0].reg].bits < 256;
 }
 
+/// The values that a section replaces, itself or in sections within it.
+std::vector<int> replaced_by(const Kernel& kernel, int section) {
+    std::vector<int> values;
+    for (const Joined& j : kernel.sections[section].joins) values.push_back(j.before);
+    for (const Instruction& i : kernel.sections[section].body)
+        if (i.kind == Instruction::Kind::branch) std::ranges::copy(replaced_by(kernel, i.section), std::back_inserter(values));
+    return values;
+}
+
 /// Edges to and from one instruction, after those of all before it.
 void add_edges(const Kernel& kernel, const std::vector<Instruction>& body, int k, int rare_at, Dependences& d) {
     const Instruction& i = body[k];
@@ -81,8 +91,8 @@ void add_edges(const Kernel& kernel, const std::vector<Instruction>& body, int k
     for (int r : d.writes[k]) d.producer[r] = k;
     if (i.kind == Instruction::Kind::branch) {
         // A replaced value is gone afterwards: whoever else reads it comes first.
-        for (const Joined& j : kernel.sections[i.section].joins)
-            for (int reader : d.readers[j.before])
+        for (int value : replaced_by(kernel, i.section))
+            for (int reader : d.readers[value])
                 if (reader != k) add_edge(d, reader, k, 0);
     }
     if (comes_first(kernel, i))

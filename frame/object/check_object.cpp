@@ -29,7 +29,6 @@ const std::regex kernel_128(
     std::regex::optimize);
 const std::regex kernel_general("mov|movsxd|lea|push|leave|add|sub|sbb|neg|and|or|xor|shl|inc|cmp|test|bt|j[a-z]+|call|ret|nop|"
                                 "setne|fnstcw",  // the control word is looked at, and never set
-                                
                                 std::regex::optimize);
 const std::regex rare_routine(
     // SSE2: scalar arithmetic, moves and logic

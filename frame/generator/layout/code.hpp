@@ -25,10 +25,10 @@ int emit(Code& code, Mnemonic mnemonic, int bits, std::vector<Operand> sources, 
 /// The same for a general register.
 int emit_general(Code& code, Mnemonic mnemonic, int bits, std::vector<Operand> sources, int immediate = -1);
 void emit_store(Code& code, Mnemonic mnemonic, const Memory& target, int bits, int source, int source_bits);
-/// A section's end, with the registers that must be in place then.
 /// The mask in a general register unless MXCSR and the x87 control word both round to nearest; then zero. What MXCSR says
 /// shows when 0.5 and 1.5 are rounded to integers, which takes a third of the time that it takes to store it.
 int emit_unless_nearest(Code& code, int mask);
+/// A section's end, with the registers that must be in place then.
 void emit_end(Code& code, std::vector<int> uses);
 
 /// The upper 128 bits of a register.
