@@ -101,9 +101,9 @@ void write_calls(Emission& e, int s, const std::vector<Stashed>& values) {
     write_line(e, mov, "r12d, " + register_name(File::general, e.allocated.rare.condition, 32), "rare mask");
     if (cut) write_line(e, and_, "r12d, " + std::to_string(cut));
     write_line(e, xor_, "ebx, ebx", "lane");
-    write_label(e, "scan", s);
-    write_line(e, bt, "r12d, ebx");
-    write_line(e, jnc, label(e, "next", s));
+    write_line(e, jmp, label(e, "scan", s));
+    // Apart from the scan, so that a lane which isn't rare costs it a single taken jump.
+    write_label(e, "lane", s);
     // Also where all work is on 128 bits: the caller's upper halves, in use since the reload below, would make each
     // instruction of the routine wait for its register's last value.
     write_line(e, vzeroupper);
@@ -112,6 +112,10 @@ void write_calls(Emission& e, int s, const std::vector<Stashed>& values) {
                    std::string(parameters[k]) + ", [rsp + rbx*" + std::to_string(values[k].array.element_bytes) +
                        " + " + std::to_string(values[k].offset) + "]");
     write_line(e, call, e.kernel.family->rare_routine);
+    write_line(e, jmp, label(e, "next", s));
+    write_label(e, "scan", s);
+    write_line(e, bt, "r12d, ebx");
+    write_line(e, jc, label(e, "lane", s));
     write_label(e, "next", s);
     write_line(e, inc, "ebx");
     write_line(e, cmp, "ebx, 32");
