@@ -42,18 +42,18 @@ private:
 constexpr int wide_terms = 5;
 using WideTerms = const long double (&)[wide_terms];
 
-/// Even and odd terms, each again in two chains that the processor works on side by side.
+/// Four terms at a time, all of which the processor works on side by side.
 template <int N>
-inline double in_four_chains(const double (&c)[N], double t) {
+inline double in_fours(const double (&c)[N], double t) {
     const double z = t * t, w = z * z;
-    double chain[4] = {c[N - 4], c[N - 3], c[N - 2], c[N - 1]};
-    int k = N - 8;
+    double sum = 0;
 #pragma GCC unroll 8
-    for (; k >= 0; k -= 4)
-        for (int j = 0; j < 4; ++j) chain[j] = chain[j] * w + c[k + j];
-    double sum = (chain[0] + chain[1] * t) + z * (chain[2] + chain[3] * t);
-#pragma GCC unroll 4
-    for (k += 3; k >= 0; --k) sum = sum * t + c[k];
+    for (int k = (N - 1) / 4 * 4; k >= 0; k -= 4) {
+        double four = c[k];
+        if (k + 1 < N) four += c[k + 1] * t;
+        if (k + 2 < N) four += z * (k + 3 < N ? c[k + 2] + c[k + 3] * t : c[k + 2]);
+        sum = k + 4 < N ? four + w * sum : four;
+    }
     return sum;
 }
 
@@ -63,41 +63,51 @@ inline long double first_terms(WideTerms c, long double t, long double others) {
     return (c[0] + z * (c[2] + z * c[4])) + t * (c[1] + z * (c[3] + z * others));
 }
 
-/// Even and odd terms in extended precision: four chains are too many for the unit's registers.
-template <int N>
-inline long double in_two_chains(const double (&c)[N], long double t) {
-    const long double z = t * t;
-    long double last = c[N - 1], other = c[N - 2];
-#pragma GCC unroll 16
-    for (int k = N - 3; k >= 0; k -= 2) {
-        last = last * z + c[k];
-        if (k >= 1) other = other * z + c[k - 1];
-    }
-    // The chain that took c[0] is the even one.
-    return N % 2 ? last + t * other : other + t * last;
-}
-
-/// All of it in extended precision; and with the other terms in double.
+/// With the other terms in double.
 template <int N>
 inline long double polynomial(WideTerms wide, const double (&others)[N], long double t) {
-    return first_terms(wide, t, in_two_chains(others, t));
-}
-template <int N>
-inline long double quick_polynomial(WideTerms wide, const double (&others)[N], long double t) {
-    return first_terms(wide, t, in_four_chains(others, static_cast<double>(t)));
+    return first_terms(wide, t, in_fours(others, static_cast<double>(t)));
 }
 
-/// Which quarter of [1, 2) v is in. Just below 2 the conversion to double may reach it.
-inline int quarter_of(long double v) {
-    const int quarter = static_cast<int>(static_cast<double>(v) * 4) - 4;
-    return quarter < 3 ? quarter : 3;
+/// Whether low <= x < high, for positive bounds. A compare of patterns raises no flag for a NaN.
+inline bool is_from(double low, double high, double x) { return bits(x) - bits(low) < bits(high) - bits(low); }
+
+/// A row of a table of cells: the series about the middle of a cell, which is so narrow that the terms behind the first two
+/// are a small part of the sum. c1 has so few bits that its product with a distance of 47 is exact.
+struct Cell {
+    double middle, c0, c0_rest, c1, c1_rest, others[11];
+
+    /// In double, for arguments whose distance to the middle has 47 bits.
+    double at(double v) const {
+        const double t = v - middle, linear = c1 * t, sum = c0 + linear;
+        return sum + (((c0 - sum) + linear) + (c0_rest + t * (c1_rest + t * in_fours(others, t))));
+    }
+    /// In extended precision.
+    long double at(long double v) const {
+        const long double t = v - middle;
+        return c0 + (c0_rest + t * (c1 + (c1_rest + t * in_fours(others, static_cast<double>(t)))));
+    }
+};
+
+}  // namespace tuvo
+
+#pragma GCC visibility push(hidden)
+extern "C" const tuvo::Cell lgamma_cells[320];
+#pragma GCC visibility pop
+
+namespace tuvo {
+
+/// The cell of log-gamma that v is in, from 7/8 to 8192: 16 below 1, 64 in each binade up to 4, then 16.
+inline const Cell& log_gamma_cell(double v) {
+    const int top = static_cast<int>(bits(v) >> 46);
+    return lgamma_cells[v < 4 ? top - 0xffb0 : (top >> 2) - 0x4010 + 144];
 }
 
 /// d = 2^exponent m with m in [3/4, 3/2), of which this is the cell.
-struct Cell {
+struct LogCell {
     int exponent, index;
 };
-inline Cell cell_of(double d) {
+inline LogCell cell_of(double d) {
     const std::uint64_t above = bits(d) - 0x3fe8000000000000;  // 3/4
     return {static_cast<int>(static_cast<std::int64_t>(above) >> 52), static_cast<int>(above >> 45 & 127)};
 }

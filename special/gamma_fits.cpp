@@ -56,30 +56,9 @@ std::vector<FitTarget> make_targets() {
     const auto at = [](Real (*f)(const Real&), const Real& origin) {
         return [f, origin](const Real& t) { return f(origin + t); };
     };
-    const auto binade = [](int n) {
-        return [n](const Real& t) { return lgamma(power_of_two(n + 2) * (1 + t)); };
-    };
-
-    // lgammaf, in doubles. The polynomials beside the zeros at 1 and 2 are multiplied out later.
-    for (int n = 0; n <= 10; ++n)
-        add({"lgammaf binade " + std::to_string(n), binade(n), 0, 1, 11, Format::f64});
     const auto beside = [](const Real& origin, const Real& zero) {
         return [origin, zero](const Real& t) { return beside_zero(origin + t, zero); };
     };
-    add({"lgammaf 2 to 4", beside(0, 2), 2, 4, 12, Format::f64});
-    add({"lgammaf 1.75 to 2", beside(0, 2), 1.75, 2, 8, Format::extended});
-    add({"lgammaf 1.5 to 1.75", lgamma, 1.5, 1.75, 9, Format::f64});
-    add({"lgammaf 1.25 to 1.5", at(lgamma, gamma_least_at), 1.25 - Real(gamma_least_at), 1.5 - Real(gamma_least_at), 9,
-         Format::f64});
-    add({"lgammaf 1 to 1.25", beside(0, 1), 1, 1.25, 8, Format::extended});
-
-    // lgamma.
-    for (int n = 0; n <= 6; ++n) add({"lgamma binade " + std::to_string(n), binade(n), 0, 1, 24});
-    add({"lgamma 2.25 to 4", at(lgamma, 3.125), -0.875, 0.875, 23});
-    add({"lgamma 1.75 to 2.25", beside(2, 2), -0.25, 0.25, 17});
-    add({"lgamma 1.25 to 1.75", at(lgamma, gamma_least_at), 1.25 - Real(gamma_least_at), 1.75 - Real(gamma_least_at),
-         19});
-    add({"lgamma 0.875 to 1.25", beside(1, 1), -0.125, 0.25, 19});
     add({"lgamma reflection", reflection, 0, 0.25, 16});
     for (std::size_t k = 0; k < negative_gamma_zeros().size(); ++k) {
         const auto& [zero, reach] = negative_gamma_zeros()[k];
@@ -105,18 +84,8 @@ std::vector<FitTarget> make_targets() {
     small("tgammaf 1.5 to 1.75", 1, 1.5, 1.75, 0.9995580816756666);
     small("tgammaf 1.75 to 2", 1, 1.75, 2, 0.9978172263008711);
 
-    // tgamma. The last segment's values are beyond double.
-    const auto scaled_gamma = [](int base) {
-        return [base](const Real& t) { return tgamma(base + t) * power_of_two(base == 176 ? -120 : 0); };
-    };
+    // tgamma.
     add({"tgamma sine", sine, 0, 0.25, 12});
-    for (int base : {2, 16, 32, 48, 64, 80, 96, 112, 128, 144, 160, 176})
-        add({"tgamma " + std::to_string(base), scaled_gamma(base), 0, 1, 24});
-    for (double low : {1.0, 1.25, 1.5, 1.75}) {
-        const double origin = low == 1.25 ? gamma_least_at : low + 0.125;
-        add({"tgamma small " + std::to_string(int((low - 1) * 4)), at(tgamma, origin), low - Real(origin),
-             low + 0.25 - Real(origin), 16});
-    }
     return targets;
 }
 

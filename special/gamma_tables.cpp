@@ -30,24 +30,6 @@ Real real(long double value) {
 void append_fit(RawTable& table, std::string_view name) {
     for (long double c : gamma_fit(name).coefficients) append(table, real(c));
 }
-/// (x - zero) q(x), for a zero of 1 or 2. All coefficients are multiples of 2^-46, so that their sum at the zero, with
-/// its powers of two, is exactly zero: results beside it would lose their last bits otherwise.
-void append_with_zero(RawTable& table, std::string_view name, int zero) {
-    const std::vector<long double>& q = gamma_fit(name).coefficients;
-    std::vector<Real> p(q.size() + 1);
-    for (std::size_t k = 0; k < q.size(); ++k) {
-        p[k] = p[k] - zero * real(q[k]);
-        p[k + 1] = p[k + 1] + real(q[k]);
-    }
-    Real sum, power = 1;
-    for (std::size_t k = 0; k < p.size(); ++k, power = power * zero) {
-        p[k] = p[k].rounded_to_grid(-46);
-        if (k > 0) sum = sum + p[k] * power;
-    }
-    p[0] = -sum;
-    for (const Real& c : p) append(table, c);
-}
-
 Real digamma(const Real& x) {
     Real result;
     mpfr_digamma(result.mpfr(), x.mpfr(), MPFR_RNDN);
@@ -56,24 +38,99 @@ Real digamma(const Real& x) {
 
 }  // namespace
 
-RawTable lgammaf_binades() {
-    RawTable table = doubles(11);
-    for (int n = 0; n <= 10; ++n) append_fit(table, "lgammaf binade " + std::to_string(n));
+namespace {
+
+/// a^-k / k! times the sum's slopes at a, without the first three: B(2j) / (2j)! k (k + 1) ... (k + 2j - 2) a^(1 - k - 2j).
+Real summation_tail(const Real& a, int k) {
+    static const std::vector<Real> factors = [] {
+        std::vector<Real> found;
+        Real pi, power = 1;
+        mpfr_const_pi(pi.mpfr(), MPFR_RNDN);
+        for (int j = 1; j <= 24; ++j) {
+            Real zeta;
+            mpfr_zeta_ui(zeta.mpfr(), static_cast<unsigned long>(2 * j), MPFR_RNDN);
+            power = power / (4 * pi * pi);
+            found.push_back((j % 2 ? 2 : -2) * zeta * power);
+        }
+        return found;
+    }();
+    Real power = 1;
+    for (int i = 0; i < k; ++i) power = power / a;
+    Real sum = power * a / (k - 1) + power / 2, term = power * k / a;
+    for (std::size_t j = 0; j < factors.size(); ++j) {
+        sum = sum + factors[j] * term;
+        const int next = k + 2 * static_cast<int>(j) + 1;
+        term = term * next * (next + 1) / (a * a);
+    }
+    return sum;
+}
+
+constexpr int cell_terms = 13;
+
+/// Coefficients of log |gamma(c + t)| in rising powers of t. From the second on they are those of the slope, (-1)^k / k
+/// times the sum of 1 / (c + n)^k over all n from 0 on, by Euler's and Maclaurin's formula.
+std::vector<Real> log_gamma_series(const Real& c) {
+    std::vector<Real> series(cell_terms);
+    Real a = c;
+    for (; a < 48; a = a + 1) {
+        const Real inverse = 1 / a;
+        Real power = inverse;
+        for (int k = 2; k < cell_terms; ++k) series[k] = series[k] + (power = power * inverse);
+    }
+    for (int k = 2; k < cell_terms; ++k) series[k] = (k % 2 ? -1 : 1) * (series[k] + summation_tail(a, k)) / k;
+    series[0] = lgamma(c);
+    series[1] = digamma(c);
+    return series;
+}
+
+/// The exponential of a series.
+std::vector<Real> exponential(const std::vector<Real>& series) {
+    std::vector<Real> result{exp(series[0])};
+    for (int k = 1; k < cell_terms; ++k) {
+        Real sum;
+        for (int j = 1; j <= k; ++j) sum = sum + j * series[j] * result[k - j];
+        result.push_back(sum / k);
+    }
+    return result;
+}
+
+/// The value's first six bits.
+Real head_of(const Real& value) { return value.is_zero() ? value : value.rounded_to_grid(value.exponent() - 5); }
+
+/// A row of a cell: the middle, the first two coefficients with what they lack, and the others.
+void append_cell(RawTable& table, const Real& middle, const std::vector<Real>& series) {
+    const Real constant = series[0].to_double(), slope = head_of(series[1]);
+    for (const Real& value : {middle, constant, series[0] - constant, slope, series[1] - slope}) append(table, value);
+    for (int k = 2; k < cell_terms; ++k) append(table, series[k]);
+}
+
+}  // namespace
+
+RawTable lgamma_cells() {
+    RawTable table = doubles(cell_terms + 3);
+    const auto add = [&](double low, double width) {
+        // Beside a zero the series is that about the zero, and has none but its own terms.
+        const double high = low + width;
+        const double middle = low == 1 || low == 2 ? low : high == 1 || high == 2 ? high : low + width / 2;
+        append_cell(table, middle, log_gamma_series(middle));
+    };
+    for (int i = 48; i < 64; ++i) add(0.5 + i / 128.0, 1 / 128.0);
+    for (double binade : {1.0, 2.0})
+        for (int i = 0; i < 64; ++i) add(binade * (1 + i / 64.0), binade / 64);
+    for (double binade = 4; binade < 8192; binade *= 2)
+        for (int i = 0; i < 16; ++i) add(binade * (1 + i / 16.0), binade / 16);
     return table;
 }
 
-RawTable lgammaf_two_to_four() {
-    RawTable table = doubles(1);
-    append_fit(table, "lgammaf 2 to 4");
-    return table;
-}
-
-RawTable lgammaf_quarters() {
-    RawTable table = doubles(9);
-    append_with_zero(table, "lgammaf 1 to 1.25", 1);
-    append_fit(table, "lgammaf 1.25 to 1.5");
-    append_fit(table, "lgammaf 1.5 to 1.75");
-    append_with_zero(table, "lgammaf 1.75 to 2", 2);
+RawTable tgamma_cells() {
+    RawTable table = doubles(cell_terms + 3);
+    for (int base = 1; base <= 176; base += base < 16 ? 1 : 16)
+        for (int i = 0; i < 16; ++i) {
+            const double middle = (2 * i + 1) / 32.0;
+            std::vector<Real> series = log_gamma_series(base + middle);
+            if (base == 176) series[0] = series[0] - 120 * log(2);
+            append_cell(table, middle, exponential(series));
+        }
     return table;
 }
 
@@ -133,15 +190,8 @@ const std::vector<MixedTable>& mixed_gamma_tables() {
         std::vector<int> zeros(26);
         std::iota(zeros.begin(), zeros.end(), 0);
         return std::vector<MixedTable>{
-            {"lgamma_binades", numbered("lgamma binade", {0, 1, 2, 3, 4, 5, 6})},
-            {"lgamma_from_9_4", {"lgamma 2.25 to 4"}},
-            {"lgamma_about_2", {"lgamma 1.75 to 2.25"}},
-            {"lgamma_about_least", {"lgamma 1.25 to 1.75"}},
-            {"lgamma_about_1", {"lgamma 0.875 to 1.25"}},
             {"lgamma_reflection", {"lgamma reflection"}},
             {"lgamma_zeros", numbered("lgamma zero", zeros)},
-            {"tgamma_segments", numbered("tgamma", {2, 16, 32, 48, 64, 80, 96, 112, 128, 144, 160, 176})},
-            {"tgamma_small", numbered("tgamma small", {0, 1, 2, 3})},
             {"tgamma_sine", {"tgamma sine"}},
         };
     }();
@@ -196,9 +246,8 @@ RawTable tgammaf_small() {
 namespace {
 
 const RareTable registered[] = {
-    {"lgammaf_binades", lgammaf_binades},
-    {"lgammaf_two_to_four", lgammaf_two_to_four},
-    {"lgammaf_quarters", lgammaf_quarters},
+    {"lgamma_cells", lgamma_cells},
+    {"tgamma_cells", tgamma_cells},
     {"lgammaf_zeros", lgammaf_zeros},
     {"lgammaf_log_values", lgammaf_log_values},
     {"gamma_log_factors", gamma_log_factors},
@@ -211,8 +260,8 @@ const RareTable registered[] = {
 
 const bool mixed_registered = [] {
     for (const MixedTable& table : mixed_gamma_tables()) {
-        rare_tables().emplace(table.symbol + "_wide", table.wide());
-        rare_tables().emplace(table.symbol, table.others());
+        RareTable(table.symbol + "_wide", [&table] { return table.wide(); });
+        RareTable(table.symbol, [&table] { return table.others(); });
     }
     return true;
 }();

@@ -8,13 +8,16 @@
 
 namespace tuvo {
 
-/// Of `lgammaf_rare`, in doubles, rising powers: eleven coefficients a binade from 4 on, in x / 2^(n + 2) - 1; those of
-/// lgamma x / (x - 2) for x in (2, 4); and of four intervals of a quarter from 1 on, in x, and in x - 1.46... for the
-/// second.
-RawTable lgammaf_binades();
-RawTable lgammaf_two_to_four();
-RawTable lgammaf_quarters();
-/// Rows (low, zero, high, c0, c1, c2, c3) for the zeros next to -2.457, -2.748, -3.144, -3.955: log |gamma| at zero + t.
+/// Log-gamma from 7/8 to 8192 and gamma(base + u) for u in [0, 1), by narrow cells, each a row of sixteen doubles: its
+/// middle m; c0 and what it lacks; the first six bits of c1 and what they lack; c2 ... c12: coefficients of rising powers
+/// of the distance to m, by Taylor's series. Log-gamma has 16 cells below 1, 64 in [1, 2) and in [2, 4), and 16 in each
+/// binade beyond; those beside 1 and 2 have these for their middle. Gamma has 16 for each of the bases 1, 2, 3 ... 16, 32,
+/// 48 ... 176; the values of the last are divided by 2^120.
+RawTable lgamma_cells();
+RawTable tgamma_cells();
+
+/// Of `lgammaf_rare`: rows (low, zero, high, c0, c1, c2, c3) for the zeros next to -2.457, -2.748, -3.144, -3.955:
+/// log |gamma| at zero + t.
 RawTable lgammaf_zeros();
 
 /// For logarithms: the cells of [3/4, 3/2), 64 on either side of 1, have a factor c of 11 bits near 1 / m, and -log c as

@@ -1,19 +1,12 @@
 // The routines of float log-gamma. All lanes come here.
 //
-// Positive arguments have a polynomial each binade or quarter. Negative ones are led back to them, by the recurrence or
-// by reflection, but for the surroundings of the zeros next to -2.5 and -3.5, where the terms of both would cancel.
-//
-// Double is enough for that, but beside the zeros at 1 and 2, where a polynomial in x cancels: there it is done in extended
-// precision.
+// Positive arguments have a series for each of many narrow cells, evaluated in double. Negative ones are led back to them,
+// by the recurrence or by reflection, but for the surroundings of the zeros next to -2.5 and -3.5, where the terms of both
+// would cancel.
 #include "special/extended.hpp"
 
 #pragma GCC visibility push(hidden)
 extern "C" {
-// Coefficients of rising powers: of x / 2^(n + 2) - 1, for binades from 4 on; of lgamma x / (x - 2) in x, up to 4; and
-// for quarters from 1 on, in x, or in its distance to the least value for the second.
-extern const double lgammaf_binades[11][11];
-extern const double lgammaf_two_to_four[12];
-extern const double lgammaf_quarters[4][9];
 // Surroundings of the zeros: low, zero, high, and four coefficients of powers of x - zero.
 extern const double lgammaf_zeros[4][7];
 // Minus the logarithms of gamma_log_factors.
@@ -26,7 +19,6 @@ namespace {
 
 constexpr float infinity_from = f32(0x7c44af8e, 4.08500343e36f);  // results are beyond float from here on
 constexpr double series_from = 8192;
-constexpr double least_at = 0x1.762d86356be3fp+0;  // 1.4616321449683623, where gamma is least
 
 /// log d for normal d.
 inline double log_double(double d) {
@@ -39,23 +31,16 @@ inline double log_double(double d) {
 
 inline double series(double y, double log_y) { return (y - 0.5) * log_y + 0.9189385332046728 - y; }
 
-/// For v from 1 to 8192.
+/// For v from 7/8 to 8192, the first terms of the cell's series.
 inline double core(double v) {
-    if (v >= 4) {
-        const std::uint64_t field = bits(v) >> 52;  // of 2^(n + 2)
-        return in_four_chains(lgammaf_binades[field - 1025], v * f64((2046 - field) << 52) - 1);
-    }
-    if (v >= 2) return (v - 2) * in_four_chains(lgammaf_two_to_four, v);
-    const int quarter = static_cast<int>(v * 4) - 4;
-    if (quarter == 1) return in_four_chains(lgammaf_quarters[1], v - least_at);
-    if (quarter == 2) return in_four_chains(lgammaf_quarters[2], v);
-    return static_cast<double>(in_two_chains(lgammaf_quarters[quarter], v));
+    const auto& [middle, c0, c0_rest, c1, c1_rest, others] = log_gamma_cell(v);
+    const double t = v - middle;
+    return c0 + t * (c1 + (c1_rest + t * ((others[0] + others[1] * t) + t * t * (others[2] + others[3] * t))));
 }
 
 inline double positive(double x) {
-    if (x == 1 || x == 2) return 0;
     if (x >= series_from) return series(x, log_double(x));
-    if (x >= 1) return core(x);
+    if (x >= 0.875) return core(x);
     return core(x + 1) - log_double(x);
 }
 

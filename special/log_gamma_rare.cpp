@@ -1,6 +1,6 @@
 // The routines of double log-gamma. All lanes come here.
 //
-// All is done in extended precision, with a polynomial for each binade or interval of positive arguments. Negative ones
+// All is done in extended precision, with a series for each of many narrow cells of positive arguments. Negative ones
 // are led back to them, by the recurrence or by reflection. The terms of both cancel around the zeros, two between each
 // pair of neighbouring integers: down to -15 these have polynomials of their own. Further down they are so close to the
 // integers that hardly a double is nearby.
@@ -8,19 +8,7 @@
 
 #pragma GCC visibility push(hidden)
 extern "C" {
-// Coefficients of rising powers, the first five apart: of x / 2^(n + 2) - 1 for binades from 4 on; of x - 3.125; of x - 2
-// and of x - 1, both without the zero; and of the distance to the least value.
-extern const long double lgamma_binades_wide[7][5];
-extern const double lgamma_binades[7][19];
-extern const long double lgamma_from_9_4_wide[5];
-extern const double lgamma_from_9_4[18];
-extern const long double lgamma_about_2_wide[5];
-extern const double lgamma_about_2[12];
-extern const long double lgamma_about_least_wide[5];
-extern const double lgamma_about_least[14];
-extern const long double lgamma_about_1_wide[5];
-extern const double lgamma_about_1[14];
-// log(sin(pi z) / (pi z)) / z^2 in z^2.
+// log(sin(pi z) / (pi z)) / z^2 in z^2, coefficients of rising powers, the first five apart.
 extern const long double lgamma_reflection_wide[5];
 extern const double lgamma_reflection[11];
 // Surroundings of the zeros, two for each unit from -2 down: low, the zero, high; what the zero lacks; and
@@ -37,7 +25,6 @@ namespace {
 
 constexpr double infinity_above = f64(0x7f5754d9278b51a7);  // 2.56e305: results are beyond double
 constexpr double series_from = 512;
-constexpr double least_at = 0x1.762d86356be3fp+0;  // 1.4616321449683623, where gamma is least
 
 /// Stirling's series, with two terms behind the first ones.
 inline long double series(long double y, long double log_y) {
@@ -46,23 +33,12 @@ inline long double series(long double y, long double log_y) {
 }
 
 /// For v from 0.875 to 512.
-inline long double core(long double v) {
-    if (v >= 4) {
-        const std::uint64_t field = bits(static_cast<double>(v)) >> 52;  // of 2^(n + 2)
-        const std::uint64_t n = field - 1025 < 6 ? field - 1025 : 6;
-        return quick_polynomial(lgamma_binades_wide[n], lgamma_binades[n], v * f64((2046 - field) << 52) - 1);
-    }
-    if (v >= 2.25f) return quick_polynomial(lgamma_from_9_4_wide, lgamma_from_9_4, v - 3.125f);
-    if (v >= 1.75f) return (v - 2) * quick_polynomial(lgamma_about_2_wide, lgamma_about_2, v - 2);
-    if (v >= 1.25f) return quick_polynomial(lgamma_about_least_wide, lgamma_about_least, v - least_at);
-    return (v - 1) * quick_polynomial(lgamma_about_1_wide, lgamma_about_1, v - 1);
-}
+inline long double core(long double v) { return log_gamma_cell(static_cast<double>(v)).at(v); }
 
+/// For x from 512 on and up to 7/8.
 inline long double positive(double x) {
-    if (x == 1 || x == 2) return 0;
-    if (x >= series_from) return series(x, log_extended(x));
-    if (x >= 0.875) return core(x);
-    return core(x + 1.0L) - log_extended(x);
+    const long double log_x = log_extended(x);
+    return x >= series_from ? series(x, log_x) : core(x + 1.0L) - log_x;
 }
 
 /// Of x = -y, which is no integer; `floor` is that of y.
@@ -75,7 +51,7 @@ inline long double negative(double x, long long floor) {
             const auto& [low, zero, high] = lgamma_surroundings[k];
             if (x > low && x < high) {
                 const long double t = (static_cast<long double>(x) - zero) - lgamma_zero_rests[k];
-                return t * quick_polynomial(lgamma_zeros_wide[k], lgamma_zeros[k], t);
+                return t * polynomial(lgamma_zeros_wide[k], lgamma_zeros[k], t);
             }
         }
         long double p = x, v = x + 1.0L;
@@ -86,12 +62,11 @@ inline long double negative(double x, long long floor) {
     const long double s = static_cast<long double>(z) * z;
     const long double log_y = log_extended(y);
     const long double of_y = y < series_from ? core(y) : series(y, log_y);
-    return -log_y - log_extended(z) - s * quick_polynomial(lgamma_reflection_wide, lgamma_reflection, s) - of_y;
+    return -log_y - log_extended(z) - s * polynomial(lgamma_reflection_wide, lgamma_reflection, s) - of_y;
 }
 
 /// In a function of its own, for the sake of the x87 unit's mode.
-[[gnu::noinline]] RareStatus log_gamma(double x, double* out, int* sign) {
-    *sign = 1;
+[[gnu::noinline]] RareStatus in_extended(double x, double* out, int* sign) {
     if (exponent_field(x) == exponent_field_all_ones<double>) {
         *out = x * x;
         return RareStatus::ordinary;
@@ -116,20 +91,26 @@ inline long double negative(double x, long long floor) {
     return RareStatus::ordinary;
 }
 
+inline RareStatus log_gamma(double x, double* out, int* sign) {
+    *sign = 1;
+    if (is_from(0.875, series_from, x)) {
+        *out = log_gamma_cell(x).at(x);
+        return RareStatus::ordinary;
+    }
+    const ExtendedPrecision mode;
+    return in_extended(x, out, sign);
+}
+
 }  // namespace
 
 extern "C" {
 
 RareStatus lgamma_rare(const double* x, double* out) {
-    const ExtendedPrecision mode;
     int sign;
     return log_gamma(*x, out, &sign);
 }
 
-RareStatus lgammar_rare(const double* x, double* out, int* sign) {
-    const ExtendedPrecision mode;
-    return log_gamma(*x, out, sign);
-}
+RareStatus lgammar_rare(const double* x, double* out, int* sign) { return log_gamma(*x, out, sign); }
 
 }  // extern "C"
 

@@ -28,7 +28,7 @@ TEST(ArcTangentTables, FollowTheirRules) {
     EXPECT_EQ(quarters.patterns[4], 0x3fe921fb54442d18u);
     EXPECT_EQ(quarters.patterns[31], pattern_of(Lane::f64, std::atan(7.75)));
     ASSERT_EQ(big.patterns.size(), 2 * 114u);
-    EXPECT_EQ(rare_tables().at("atan2_big_table").patterns, big.patterns);
+    EXPECT_EQ(rare_table("atan2_big_table").patterns, big.patterns);
     for (std::size_t i = 0; i < 114; ++i) {
         // The point as the routines cut it from a quotient, whatever that is within its half binade.
         const std::uint64_t high = 0x3fc00000 + (i << 19) + (i * 4657 & 0x7ffff);

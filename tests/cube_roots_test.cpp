@@ -76,7 +76,7 @@ TEST(CubeRootTables, Seeds) {
     for (int k = 0; k < 3; ++k)
         for (int field = 0; field < 2; ++field) EXPECT_EQ(entry(rem, k, field), Real(told[k][field])) << k;
     for (const char* symbol : {"rcbrt_seed_table", "rcbrtf_seed_table"})
-        EXPECT_EQ(rare_tables().at(symbol).patterns, reciprocal.patterns);
+        EXPECT_EQ(rare_table(symbol).patterns, reciprocal.patterns);
 }
 
 std::uint64_t pattern_of(Lane lane, float x) {

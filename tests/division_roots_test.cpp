@@ -37,7 +37,7 @@ TEST(RootTables, FollowTheirRules) {
          {{0, 1.0}, {1, 0.998046875}, {255, 0.7080078125}, {256, 0.70703125}, {511, 0.50048828125}}},
     };
     for (const Table& table : tables) {
-        for (const char* symbol : table.symbols) EXPECT_EQ(rare_tables().at(symbol).patterns, table.data.patterns);
+        for (const char* symbol : table.symbols) EXPECT_EQ(rare_table(symbol).patterns, table.data.patterns);
         for (const auto& [index, value] : table.rows)
             EXPECT_EQ(table.data.patterns[index], __builtin_bit_cast(std::uint64_t, value));
         const int first_odd = static_cast<int>(table.data.patterns.size()) - table.cells;  // from there on, up to 4

@@ -69,15 +69,15 @@ TEST(DoubleLogarithmTables, Log1pEntriesAddExactlyAndVanishOnBothSidesOfOne) {
 }
 
 TEST(DoubleLogarithmTables, KnownRowsOfRoutines) {
-    expect_rows(rare_tables().at("log_table"), {{0, {0x3ff0000000000000, 0, 0}},
+    expect_rows(rare_table("log_table"), {{0, {0x3ff0000000000000, 0, 0}},
                                                 {1, {0x3fef800000000000, 0x3f90205658a00000, 0xbd894f716c1b8bdf}},
                                                 {64, {0x3fe0000000000000, 0x3fe62e42fefa3800, 0x3d2ef35793c76730}}});
-    EXPECT_EQ(rare_tables().at("log1p_table").patterns, rare_tables().at("log_table").patterns);
-    expect_rows(rare_tables().at("log10_table"),
+    EXPECT_EQ(rare_table("log1p_table").patterns, rare_table("log_table").patterns);
+    expect_rows(rare_table("log10_table"),
                 {{0, {0x3fdbc00000000000, 0, 0}}, {64, {0x3fcbc00000000000, 0x3fd34413509f8000, 0xbd380433b83b532a}}});
-    expect_rows(rare_tables().at("log2_rcp"),
+    expect_rows(rare_table("log2_rcp"),
                 {{0, {0x3f7f8000}}, {1, {0x3f7e8000}}, {2, {0x3f7d8000}}, {3, {0x3f7c8000}}});
-    expect_rows(rare_tables().at("log2_log"), {{0, {0x3e1485cbfb44c3b7, 0x3f671b0e00000000}},
+    expect_rows(rare_table("log2_log"), {{0, {0x3e1485cbfb44c3b7, 0x3f671b0e00000000}},
                                                {128, {0x3e8721082175afbf, 0x3fe2c38f00000000}},
                                                {255, {0x3e99ac8bc0babe05, 0x3feff47600000000}}});
 }

@@ -129,8 +129,7 @@ const RoutineTable routine_tables[] = {
 TEST(FloatLogarithmTables, RoutineEntriesFollowTheRule) {
     for (const RoutineTable& routine : routine_tables) {
         SCOPED_TRACE(routine.symbol);
-        ASSERT_TRUE(rare_tables().contains(routine.symbol));
-        const RawTable& table = rare_tables().at(routine.symbol);
+        const RawTable table = rare_table(routine.symbol);
         ASSERT_EQ(table.fields, 3);
         ASSERT_EQ(table.patterns.size(), 65u * 3);
         for (const auto& [index, row] : routine.known) EXPECT_EQ(entry(table, index), row);
@@ -146,14 +145,14 @@ TEST(FloatLogarithmTables, RoutineEntriesFollowTheRule) {
                 ASSERT_LE((e * f32(routine.exponent_hi) + hi).significant_bits(), 24) << e;
         }
     }
-    EXPECT_EQ(rare_tables().at("log1pf_table").patterns, rare_tables().at("logf_table").patterns);
-    EXPECT_EQ(entry(rare_tables().at("logf_table"), 62), entry(rare_tables().at("logf_table"), 63));
+    EXPECT_EQ(rare_table("log1pf_table").patterns, rare_table("logf_table").patterns);
+    EXPECT_EQ(entry(rare_table("logf_table"), 62), entry(rare_table("logf_table"), 63));
 }
 
 // The routine for ln relies on more: the head of the significand, at most 11 bits, times c is exact after the
 // subtraction of 1, and joins the exponent's sum without rounding.
 TEST(FloatLogarithmTables, NaturalReductionIsExact) {
-    const RawTable& table = rare_tables().at("logf_table");
+    const RawTable table = rare_table("logf_table");
     for (int step = 0; step <= 1024; ++step) {
         for (int index : {(step + 7) / 16, (step + 8) / 16}) {  // half way, either may be chosen
             const Row row = entry(table, index);

@@ -62,13 +62,36 @@ TEST(GammaFits, AreAsCloseAsTheyClaim) {
     }
 }
 
-TEST(GammaFits, PolynomialsBesideOneAndTwoHaveExactZeros) {
-    const RawTable table = lgammaf_quarters();
-    for (const auto& [row, zero] : {std::pair{0, 1}, {3, 2}}) {
-        Real sum;
-        for (int k = 8; k >= 0; --k) sum = sum * zero + Real::from_pattern(Lane::f64, table.patterns[9 * row + k]);
-        EXPECT_TRUE(sum.is_zero()) << zero;
+// Cells: the series of each meets the function, with what its first coefficients lack, and what its routine relies on.
+TEST(GammaCells, AreSeriesOfTheFunction) {
+    const RawTable log_gamma = lgamma_cells(), gamma = tgamma_cells();
+    const auto check = [](const RawTable& table, std::size_t row, const Real& low, const Real& high, int limit,
+                          const auto& function) {
+        std::vector<Real> c;
+        for (std::size_t k = 0; k < 16; ++k) c.push_back(Real::from_pattern(Lane::f64, table.patterns.at(16 * row + k)));
+        EXPECT_LE(c[3].significant_bits(), 6) << row;
+        for (int k = 0; k <= 8; ++k) {
+            const Real v = low + (high - low) * k / 8, t = v - c[0], exact = function(v);
+            Real sum;
+            for (std::size_t n = 15; n >= 5; --n) sum = (sum + c[n]) * t;
+            sum = c[1] + c[2] + t * (c[3] + c[4] + sum);
+            EXPECT_LE(abs(sum - exact), power_of_two(limit) * abs(exact)) << row << ' ' << v.to_double();
+        }
+    };
+    std::size_t row = 0;
+    for (double low = 0.875; low < 8192; ++row) {
+        const double high = low + (low < 1 ? 1 / 128.0 : std::ldexp(1.0, std::ilogb(low) - (low < 4 ? 6 : 4)));
+        const bool beside_zero = low > 0.98 && low < 2.1;  // where the third term is a larger part of the sum
+        check(log_gamma, row, low, high, beside_zero ? -59 : -62, [](const Real& v) { return lgamma(v); });
+        low = high;
     }
+    EXPECT_EQ(log_gamma.patterns.size(), 16 * row);
+    row = 0;
+    for (int base = 1; base <= 176; base += base < 16 ? 1 : 16)
+        for (int cell = 0; cell < 16; ++cell, ++row)
+            check(gamma, row, cell / 16.0, (cell + 1) / 16.0, base < 16 ? -61 : -59,
+                  [&](const Real& u) { return tgamma(base + u) * power_of_two(base == 176 ? -120 : 0); });
+    EXPECT_EQ(gamma.patterns.size(), 16 * row);
 }
 
 // Special values.

@@ -148,7 +148,7 @@ TEST(FloatLogarithmsRare, LinkedTablesAreTheComputedOnes) {
                                                                         {"log2f_table", log2f_table},
                                                                         {"log10f_table", log10f_table}};
     for (const auto& [symbol, data] : linked) {
-        const RawTable& table = rare_tables().at(symbol);
+        const RawTable table = rare_table(symbol);
         EXPECT_EQ(reinterpret_cast<std::uintptr_t>(data) % 64, 0u) << symbol;
         EXPECT_EQ(std::vector<std::uint64_t>(data[0], data[0] + 65 * 3), table.patterns) << symbol;
     }

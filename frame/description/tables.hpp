@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -18,12 +19,16 @@ struct RawTable {
 };
 
 /// Tables that rare routines read, by symbol ("logf_table"). They are emitted as hidden symbols, 64-byte aligned, and a
-/// rare routine declares them as `extern "C" const float logf_table[65][3]`.
-std::map<std::string, RawTable>& rare_tables();
+/// rare routine declares them as `extern "C" const float logf_table[65][3]`. Computed anew by each call: some take a
+/// while.
+std::map<std::string, RawTable> rare_tables();
+
+/// One of them. Throws std::out_of_range if there is none of that name.
+RawTable rare_table(const std::string& symbol);
 
 /// Registers the table that `rule` computes under `symbol`.
 struct RareTable {
-    RareTable(const char* symbol, RawTable (*rule)());
+    RareTable(const std::string& symbol, std::function<RawTable()> rule);
 };
 
 }  // namespace tuvo
