@@ -9,18 +9,11 @@ namespace {
 
 using Shape = FitTarget::Shape;
 using Error = FitTarget::Error;
-using Format = FitTarget::Format;
 
 Real pi() {
     Real value;
     mpfr_const_pi(value.mpfr(), MPFR_RNDN);
     return value;
-}
-
-/// log |gamma(x)| / (x - zero), by the slope where x is the zero itself.
-Real beside_zero(const Real& x, const Real& zero) {
-    const Real moved = abs(x - zero) < power_of_two(-120) ? zero + power_of_two(-120) : x;
-    return lgamma(moved) / (moved - zero);
 }
 
 /// log(sin(pi z) / (pi z)) / z^2 for s = z^2.
@@ -51,41 +44,25 @@ Real zero_between(double a, double b) {
 }
 
 std::vector<FitTarget> make_targets() {
-    std::vector<FitTarget> targets;
-    const auto add = [&](FitTarget target) { targets.push_back(std::move(target)); };
-    const auto at = [](Real (*f)(const Real&), const Real& origin) {
-        return [f, origin](const Real& t) { return f(origin + t); };
+    std::vector<FitTarget> targets{
+        {"lgamma reflection", reflection, 0, 0.25, 16},
+        {"tgamma sine", sine, 0, 0.25, 12},
     };
-    const auto beside = [](const Real& origin, const Real& zero) {
-        return [origin, zero](const Real& t) { return beside_zero(origin + t, zero); };
-    };
-    add({"lgamma reflection", reflection, 0, 0.25, 16});
-    for (std::size_t k = 0; k < negative_gamma_zeros().size(); ++k) {
-        const auto& [zero, reach] = negative_gamma_zeros()[k];
-        add({"lgamma zero " + std::to_string(k), beside(zero, zero), -Real(reach), reach, 16});
-    }
-
-    // tgammaf, in doubles. Results for the most used arguments stay as they first were: the first segment is kept as
-    // it is, and so are the constant terms of three small intervals.
-    for (int base : {2, 8, 16, 24, 32, 40}) {
-        FitTarget target{"tgammaf " + std::to_string(base), at(tgamma, base), 0, 1, 13, Format::f64, Error::relative,
-                         Shape::factors};
-        if (base == 40) target.fixed = {12, 1 / 5.546450927971236e-46};  // the factor is taken off apart
-        add(std::move(target));
-    }
-    const auto small = [&](const char* name, double origin, double low, double high, double constant = 0) {
-        FitTarget target{name, at(tgamma, origin), low - Real(origin), high - Real(origin), 8, Format::f64,
-                         Error::absolute};
-        if (constant != 0) target.fixed = {0, constant};
-        add(std::move(target));
+    const auto gamma_from = [](const Real& origin) { return [origin](const Real& t) { return tgamma(origin + t); }; };
+    // In doubles. Results for the most used arguments stay as they first were: the first segment is kept as it is, and so
+    // are the constant terms of two small intervals.
+    for (int base : {2, 8, 16, 24, 32, 40})
+        targets.push_back({"tgammaf " + std::to_string(base), gamma_from(base), 0, 1, 13, Error::relative, Shape::factors});
+    targets.back().fixed = {12, 1 / 5.546450927971236e-46};  // the factor is taken off apart
+    const auto small = [&](const char* name, double origin, double low, double high) {
+        targets.push_back({name, gamma_from(origin), low - Real(origin), high - Real(origin), 8, Error::absolute});
     };
     small("tgammaf 1 to 1.25", 1, 1, 1.25);
-    small("tgammaf 1.25 to 1.5", gamma_least_at, 1.25, 1.5);
-    small("tgammaf 1.5 to 1.75", 1, 1.5, 1.75, 0.9995580816756666);
-    small("tgammaf 1.75 to 2", 1, 1.75, 2, 0.9978172263008711);
-
-    // tgamma.
-    add({"tgamma sine", sine, 0, 0.25, 12});
+    small("tgammaf 1.25 to 1.5", 0x1.762d86356be3fp+0, 1.25, 1.5);  // 1.4616321449683623, where gamma is least
+    small("tgammaf 1.5 to 1.75", 1, 1.5, 1.75);
+    targets.back().fixed = {0, 0.9995580816756666};
+    small("tgammaf 1.75 to 2", 1, 1.75, 2);
+    targets.back().fixed = {0, 0.9978172263008711};
     return targets;
 }
 
@@ -100,7 +77,7 @@ const Fit& gamma_fit(std::string_view name) {
     // In here, so that tables that are made before main() find them.
     static const Fit fits[] = {
 #include "fits/gamma.inc"
-        {"tgammaf 2 kept",
+        {"tgammaf 2",
          6.9e-14,
          {3.2420992407919247, 1.9812807775929362, 0.4032232673696625, -1.5476177074139066, -4.04897695894592,
           -7.772561252897538, 3.761632802528312, 4.102120413909411, 5.140190503773538, 7.093846707663197,

@@ -19,22 +19,14 @@ struct FitTarget {
         factors,     ///< lead times the product of t^2 + a t + b: the a, falling, then the b, then lead
     };
     enum class Error { relative, absolute };
-    enum class Format {
-        f64,
-        extended,
-        mixed,  ///< the first `wide_coefficients` extended, the others f64
-    };
-    static constexpr int wide_coefficients = 5;
-
     std::string name;
     std::function<Real(const Real&)> value;
     Real low, high;
     int coefficients;
-    Format format = Format::mixed;
     Error error = Error::relative;
     Shape shape = Shape::polynomial;
-    /// A coefficient that is given: the power of t, 0 or the highest, and its value.
-    std::optional<std::pair<int, double>> fixed{};
+    /// A coefficient that is given: its place, and its value.
+    std::optional<std::pair<std::size_t, double>> fixed{};
 };
 
 struct Fit {
@@ -58,8 +50,5 @@ struct GammaZero {
 };
 /// Those between -2 and -15 in falling order, two in each unit.
 const std::vector<GammaZero>& negative_gamma_zeros();
-
-/// Where gamma is least, x > 0.
-inline constexpr double gamma_least_at = 0x1.762d86356be3fp+0;  // 1.4616321449683623
 
 }  // namespace tuvo

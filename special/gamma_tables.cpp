@@ -1,7 +1,6 @@
 #include "special/gamma_tables.hpp"
 
 #include <cstring>
-#include <numeric>
 
 #include "special/gamma_fits.hpp"
 
@@ -69,15 +68,15 @@ constexpr int cell_terms = 13;
 
 /// Coefficients of log |gamma(c + t)| in rising powers of t. From the second on they are those of the slope, (-1)^k / k
 /// times the sum of 1 / (c + n)^k over all n from 0 on, by Euler's and Maclaurin's formula.
-std::vector<Real> log_gamma_series(const Real& c) {
-    std::vector<Real> series(cell_terms);
+std::vector<Real> log_gamma_series(const Real& c, int terms = cell_terms) {
+    std::vector<Real> series(terms);
     Real a = c;
     for (; a < 48; a = a + 1) {
         const Real inverse = 1 / a;
         Real power = inverse;
-        for (int k = 2; k < cell_terms; ++k) series[k] = series[k] + (power = power * inverse);
+        for (int k = 2; k < terms; ++k) series[k] = series[k] + (power = power * inverse);
     }
-    for (int k = 2; k < cell_terms; ++k) series[k] = (k % 2 ? -1 : 1) * (series[k] + summation_tail(a, k)) / k;
+    for (int k = 2; k < terms; ++k) series[k] = (k % 2 ? -1 : 1) * (series[k] + summation_tail(a, k)) / k;
     series[0] = lgamma(c);
     series[1] = digamma(c);
     return series;
@@ -180,37 +179,51 @@ RawTable gamma_log_values() { return log_values(extended(1)); }
 
 RawTable lgammaf_log_values() { return log_values(doubles(1)); }
 
+namespace {
+
+std::vector<Real> fitted(std::string_view name) {
+    std::vector<Real> coefficients;
+    for (long double c : gamma_fit(name).coefficients) coefficients.push_back(real(c));
+    return coefficients;
+}
+
+/// The series about each zero, divided by the distance. It takes 22 terms at an eighth of the distance to the next pole.
+std::vector<std::vector<Real>> series_about_zeros() {
+    std::vector<std::vector<Real>> rows;
+    for (const auto& [zero, reach] : negative_gamma_zeros()) {
+        std::vector<Real> series = log_gamma_series(zero, 23);
+        series.erase(series.begin());
+        rows.push_back(std::move(series));
+    }
+    return rows;
+}
+
+constexpr std::size_t wide_coefficients = 5;
+
+}  // namespace
+
 const std::vector<MixedTable>& mixed_gamma_tables() {
-    static const std::vector<MixedTable> tables = [] {
-        const auto numbered = [](const std::string& name, const std::vector<int>& numbers) {
-            std::vector<std::string> names;
-            for (int n : numbers) names.push_back(name + " " + std::to_string(n));
-            return names;
-        };
-        std::vector<int> zeros(26);
-        std::iota(zeros.begin(), zeros.end(), 0);
-        return std::vector<MixedTable>{
-            {"lgamma_reflection", {"lgamma reflection"}},
-            {"lgamma_zeros", numbered("lgamma zero", zeros)},
-            {"tgamma_sine", {"tgamma sine"}},
-        };
-    }();
+    using Rows = std::vector<std::vector<Real>>;
+    static const std::vector<MixedTable> tables{
+        {"lgamma_reflection", [] { return Rows{fitted("lgamma reflection")}; }},
+        {"lgamma_zeros", series_about_zeros},
+        {"tgamma_sine", [] { return Rows{fitted("tgamma sine")}; }},
+    };
     return tables;
 }
 
 RawTable MixedTable::wide() const {
-    RawTable table = extended(FitTarget::wide_coefficients);
-    for (const std::string& fit : fits)
-        for (int k = 0; k < FitTarget::wide_coefficients; ++k) append(table, real(gamma_fit(fit).coefficients.at(k)));
+    RawTable table = extended(wide_coefficients);
+    for (const std::vector<Real>& row : rows())
+        for (std::size_t k = 0; k < wide_coefficients; ++k) append(table, row[k]);
     return table;
 }
 
 RawTable MixedTable::others() const {
-    const std::size_t first = FitTarget::wide_coefficients;
-    RawTable table = doubles(static_cast<int>(gamma_fit(fits[0]).coefficients.size() - first));
-    for (const std::string& fit : fits)
-        for (std::size_t k = first; k < gamma_fit(fit).coefficients.size(); ++k)
-            append(table, real(gamma_fit(fit).coefficients[k]));
+    const std::vector<std::vector<Real>> all = rows();
+    RawTable table = doubles(static_cast<int>(all[0].size() - wide_coefficients));
+    for (const std::vector<Real>& row : all)
+        for (std::size_t k = wide_coefficients; k < row.size(); ++k) append(table, row[k]);
     return table;
 }
 
@@ -229,7 +242,7 @@ RawTable lgamma_zero_rests() {
 
 RawTable tgammaf_segments() {
     RawTable table = doubles(13);
-    for (const char* name : {"tgammaf 2 kept", "tgammaf 8", "tgammaf 16", "tgammaf 24", "tgammaf 32"})
+    for (const char* name : {"tgammaf 2", "tgammaf 8", "tgammaf 16", "tgammaf 24", "tgammaf 32"})
         append_fit(table, name);
     append_fit(table, "tgammaf 40");
     table.patterns.back() = Real(1).to_pattern(Lane::f64);  // the routine takes the leading factor off apart

@@ -1,9 +1,11 @@
 // Tables of log-gamma and gamma, from the fits and by rule. All are read by rare routines only.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
+#include "frame/description/real.hpp"
 #include "frame/description/tables.hpp"
 
 namespace tuvo {
@@ -26,11 +28,11 @@ RawTable gamma_log_factors();
 RawTable gamma_log_values();
 RawTable lgammaf_log_values();
 
-/// The fits of `lgamma_rare` and `tgamma_rare`, one a row, in two tables: `SYMBOL_wide` has the first coefficients as
-/// 80-bit numbers, and SYMBOL the others as doubles.
+/// The polynomials of `lgamma_rare` and `tgamma_rare` other than those of cells, coefficients of rising powers, one
+/// polynomial a row, in two tables: `SYMBOL_wide` has the first five as 80-bit numbers, and SYMBOL the others as doubles.
 struct MixedTable {
     std::string symbol;
-    std::vector<std::string> fits;
+    std::function<std::vector<std::vector<Real>>()> rows;
 
     RawTable wide() const;
     RawTable others() const;

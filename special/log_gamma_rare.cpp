@@ -16,7 +16,7 @@ extern const double lgamma_reflection[11];
 extern const double lgamma_surroundings[26][3];
 extern const long double lgamma_zero_rests[26];
 extern const long double lgamma_zeros_wide[26][5];
-extern const double lgamma_zeros[26][11];
+extern const double lgamma_zeros[26][17];
 }
 #pragma GCC visibility pop
 

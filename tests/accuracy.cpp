@@ -251,6 +251,41 @@ Measured measure(const DescribedFamily& described) {
     return worst.measured();
 }
 
+namespace {
+
+/// A random argument that a family may find hard.
+std::uint64_t random_argument(Lane lane, const std::vector<std::uint64_t>& thresholds, RandomBits& random) {
+    const int bits = 8 * lane_size(lane), fraction_bits = lane == Lane::f32 ? 23 : 52;
+    const std::uint64_t mask = ~std::uint64_t{0} >> (64 - bits);
+    if (!is_floating(lane)) return random() & mask >> random() % bits;
+    const auto pattern = [&](double x) { return Real(x).to_pattern(lane); };
+    const double part = static_cast<double>(random() >> 11) * 0x1p-53;  // of 1
+    const std::uint64_t nearby = (random() & ((std::uint64_t{1} << fraction_bits) - 1)) >> random() % fraction_bits;
+    switch (random() % 4) {
+    case 0: return random() & mask;
+    case 1: return pattern(std::ldexp(1 + part, static_cast<int>(random() % 20) - 10) * (random() % 2 ? 1 : -1));
+    case 2: return (pattern(std::floor(part * 256) - 64) + (random() % 2 ? nearby : -nearby)) & mask;
+    default:
+        if (thresholds.empty()) return pattern(256 * part - 64);
+        return (thresholds[random() % thresholds.size()] + (random() % 2 ? nearby : -nearby)) & mask;
+    }
+}
+
+}  // namespace
+
+Measured measure_random(const DescribedFamily& described, std::uint64_t seed, std::size_t count) {
+    const Family& family = *described.family;
+    RandomBits random(seed);
+    std::vector<Patterns> arguments(family.arguments.size());
+    for (std::size_t k = 0; k < count; ++k)
+        for (std::size_t a = 0; a < arguments.size(); ++a)
+            arguments[a].push_back(random_argument(family.arguments[a], described.accuracy.thresholds, random));
+    const CallResult result = run_kernel(family, arguments);
+    Worst worst(described);
+    for (std::size_t k = 0; k < count; ++k) worst.add(lane_of(arguments, k), lane_of(result.outputs, k));
+    return worst.measured();
+}
+
 Measured measure_stand_ins(const DescribedFamily& described, std::span<const StandIn> tried, std::size_t step) {
     const std::vector<Patterns> arguments = arguments_of(*described.family, described.accuracy.thresholds, 1, 0);
     Worst worst(described);

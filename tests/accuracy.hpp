@@ -44,6 +44,8 @@ struct Measured {
 /// Runs the kernel of width 16 over stratified arguments, dense around the thresholds of the accuracy line, and over
 /// the line's own worst case. Throws std::runtime_error where a call breaks its contract.
 Measured measure(const DescribedFamily& described);
+/// The same over `count` random arguments: of all exponents, of moderate size, beside integers and beside thresholds.
+Measured measure_random(const DescribedFamily& described, std::uint64_t seed, std::size_t count);
 /// The same with the interpreter and stand-ins, over every `step`-th argument of fewer.
 Measured measure_stand_ins(const DescribedFamily& described, std::span<const StandIn> stand_ins, std::size_t step = 1);
 /// A search for the largest error over all stand-ins, or of a family without estimates by the processor: from the worst

@@ -119,6 +119,61 @@ int run_exhaustive(const std::filesystem::path& folder, const std::string& filte
     return faults;
 }
 
+/// Random arguments of families that have too many to try them all, `count` for each, against exact values.
+int run_errors(const std::filesystem::path& folder, const std::string& filter, std::uint64_t count) {
+    constexpr std::uint64_t batch = 20'000;
+    Done done(folder / "errors.txt");
+    std::vector<const DescribedFamily*> wanted;
+    const std::regex regex(filter);
+    for (const DescribedFamily& described : described_families())
+        if (has_oracle(*described.family) && !can_measure_all(*described.family) &&
+            std::regex_search(described.family->name(), regex))
+            wanted.push_back(&described);
+    Progress progress(0);
+    std::atomic<std::size_t> next{0};
+    std::atomic<int> faults{0};
+    std::mutex mutex;
+    const auto work = [&] {
+        for (std::size_t k; (k = next.fetch_add(1)) < wanted.size();) {
+            const Family& family = *wanted[k]->family;
+            const std::string key = family.stem + "-" + hexadecimal(hash_of(*wanted[k]));
+            std::uint64_t tried = 0;
+            double largest = 0;
+            std::string worst;
+            {
+                const std::lock_guard lock(mutex);
+                std::istringstream text(done.at(key));
+                std::string at;
+                text >> tried >> largest >> at;
+                std::getline(text >> std::ws, worst);
+            }
+            while (tried < count) {
+                const std::uint64_t size = std::min(batch, count - tried);
+                const Measured measured = measure_random(*wanted[k], tried, size);
+                if (measured.ulp > largest) largest = measured.ulp, worst = hex(measured.worst);
+                std::ostringstream text;
+                text << (tried += size) << " " << largest << " at " << worst;
+                const std::lock_guard lock(mutex);
+                done.set(key, text.str());
+                progress.show((static_cast<double>(k) + static_cast<double>(tried) / static_cast<double>(count)) /
+                                  static_cast<double>(wanted.size()),
+                              family.name());
+            }
+            // Of an exact family, the error is that of the rounding.
+            const double line = std::max(0.5, wanted[k]->accuracy.ulp);
+            if (largest <= line) continue;
+            const std::lock_guard lock(mutex);
+            std::printf("\n%s: %g ulp at %s, where its line says %g\n", family.name().c_str(), largest, worst.c_str(), line);
+            ++faults;
+        }
+    };
+    std::vector<std::thread> threads;
+    for (unsigned k = 0; k < std::max(1u, std::thread::hardware_concurrency()); ++k) threads.emplace_back(work);
+    for (std::thread& thread : threads) thread.join();
+    std::printf("\n%zu families, %d beyond their lines; %s\n", wanted.size(), faults.load(), (folder / "errors.txt").c_str());
+    return faults;
+}
+
 /// Random programs of the generator, as the suite runs them, from one number on.
 int run_programs(const std::filesystem::path& folder, std::uint64_t count) {
     constexpr std::uint64_t batch = 2000, first = 1'000'000;
@@ -185,10 +240,13 @@ int main(int argc, char** argv) {
     CLI::App app("Runs that take hours; each goes on where it was stopped.", "tuvo-soak");
     app.require_subcommand(1);
     std::string folder = ".", filter;
-    std::uint64_t programs = 1'000'000, lanes = 1'000'000'000;
+    std::uint64_t programs = 1'000'000, lanes = 1'000'000'000, arguments = 1'000'000;
     app.add_option("--folder", folder, "where is written what is done");
     CLI::App* exhaustive = app.add_subcommand("exhaustive", "every float of every family of one float, against exact values");
     exhaustive->add_option("--filter", filter, "regular expression of families");
+    CLI::App* errors = app.add_subcommand("errors", "random arguments of all other families, against exact values");
+    errors->add_option("N", arguments, "how many of each family")->capture_default_str();
+    errors->add_option("--filter", filter, "regular expression of families");
     CLI::App* random = app.add_subcommand("programs", "random programs of the generator, against the interpreter");
     random->add_option("N", programs, "how many in all")->capture_default_str();
     CLI::App* every = app.add_subcommand("lanes", "all exports on random arguments of all kinds, against the interpreter");
@@ -196,6 +254,7 @@ int main(int argc, char** argv) {
     CLI11_PARSE(app, argc, argv);
     try {
         if (*exhaustive) return run_exhaustive(folder, filter) != 0;
+        if (*errors) return run_errors(folder, filter, arguments) != 0;
         if (*random) return run_programs(folder, programs);
         return run_lanes(folder, lanes);
     } catch (const std::exception& error) {
