@@ -3,7 +3,7 @@
 // Positive arguments have a series for each of many narrow cells, evaluated in double. Negative ones are led back to them,
 // by the recurrence or by reflection, but for the surroundings of the zeros next to -2.5 and -3.5, where the terms of both
 // would cancel.
-#include "special/extended.hpp"
+#include "special/cells.hpp"
 
 #pragma GCC visibility push(hidden)
 extern "C" {
