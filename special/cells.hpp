@@ -1,8 +1,8 @@
 // Series of log-gamma and gamma on narrow cells, and the cells that logarithms begin with: what is shared in double.
 //
-// Extended precision is slow, and what it computes is on a chain. It is kept from the arguments that callers have most: these
-// fall into cells so narrow that the first two terms of a series make up nearly all of the sum. Those are carried in two
-// doubles each, and all others are as good in double.
+// Extended precision is slow, and what it computes is on a chain. It is kept from the arguments that callers have most:
+// these fall into cells so narrow that the first two terms of a series make up nearly all of the sum. Those are carried
+// in two doubles each, and all others are as good in double.
 #pragma once
 
 #include "frame/description/rare.hpp"
@@ -27,8 +27,8 @@ inline double in_fours(const double (&c)[N], double t) {
 /// Whether low <= x < high, for positive bounds. A compare of patterns raises no flag for a NaN.
 inline bool is_from(double low, double high, double x) { return bits(x) - bits(low) < bits(high) - bits(low); }
 
-/// A row of a table of cells: the series about the middle of a cell, which is so narrow that the terms behind the first two
-/// are a small part of the sum. c1 has so few bits that its product with a distance of 47 is exact.
+/// A row of a table of cells: the series about the middle of a cell, which is so narrow that the terms behind the first
+/// two are a small part of the sum. c1 has so few bits that its product with a distance of 47 is exact.
 struct Cell {
     double middle, c0, c0_rest, c1, c1_rest, others[11];
 
@@ -74,7 +74,8 @@ inline LogCell cell_of(double d) {
 /// (log(1 + r) - r + r^2 / 2) / r^3 for |r| up to 2^-7.
 inline double log_tail(double r) {
     const double z = r * r;
-    return (0.3333333333333333 + r * -0.25) + z * ((0.2 + r * -0.16666666666666666) + z * (0.14285714285714285 + r * -0.125));
+    return (0.3333333333333333 + r * -0.25) +
+           z * ((0.2 + r * -0.16666666666666666) + z * (0.14285714285714285 + r * -0.125));
 }
 
 }  // namespace tuvo

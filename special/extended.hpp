@@ -1,5 +1,5 @@
-// Steps of log-gamma and gamma in extended precision, on the x87 unit: 64 bits of significand, so that a result of 53 is
-// rounded nearly once, without carrying anything in two parts.
+// Steps of log-gamma and gamma in extended precision, on the x87 unit: 64 bits of significand, so that a result of 53
+// is rounded nearly once, without carrying anything in two parts.
 //
 // The unit's arithmetic is slow, and slowest where it reads numbers of 80 bits. So only the first few coefficients of a
 // polynomial are such numbers, and the sum of all others, a small part of the result, is computed in double.

@@ -49,10 +49,11 @@ std::vector<FitTarget> make_targets() {
         {"tgamma sine", sine, 0, 0.25, 12},
     };
     const auto gamma_from = [](const Real& origin) { return [origin](const Real& t) { return tgamma(origin + t); }; };
-    // In doubles. Results for the most used arguments stay as they first were: the first segment is kept as it is, and so
-    // are the constant terms of two small intervals.
+    // In doubles. Results for the most used arguments stay as they first were: the first segment is kept as it is, and
+    // so are the constant terms of two small intervals.
     for (int base : {2, 8, 16, 24, 32, 40})
-        targets.push_back({"tgammaf " + std::to_string(base), gamma_from(base), 0, 1, 13, Error::relative, Shape::factors});
+        targets.push_back(
+            {"tgammaf " + std::to_string(base), gamma_from(base), 0, 1, 13, Error::relative, Shape::factors});
     targets.back().fixed = {12, 1 / 5.546450927971236e-46};  // the factor is taken off apart
     const auto small = [&](const char* name, double origin, double low, double high) {
         targets.push_back({name, gamma_from(origin), low - Real(origin), high - Real(origin), 8, Error::absolute});

@@ -1,8 +1,8 @@
 // The routine of double gamma. All lanes come here.
 //
-// Gamma of base + u, for u in [0, 1), is a series for each of sixteen cells. Up to 16 every unit has its cells, and what they
-// give is the result. From there on one unit in sixteen has, and the others follow by the recurrence, in extended precision.
-// Negative arguments are reflected, in extended precision, too.
+// Gamma of base + u, for u in [0, 1), is a series for each of sixteen cells. Up to 16 every unit has its cells, and
+// what they give is the result. From there on one unit in sixteen has, and the others follow by the recurrence, in
+// extended precision. Negative arguments are reflected, in extended precision, too.
 #include "special/extended.hpp"
 
 #pragma GCC visibility push(hidden)

@@ -39,8 +39,8 @@ Real digamma(const Real& x) {
 
 namespace {
 
-/// a^-k / k! times the sum's slopes at a, without the first three: B(2j) / (2j)! k (k + 1) ... (k + 2j - 2) a^(1 - k - 2j).
-Real summation_tail(const Real& a, int k) {
+/// The sum of 1 / (a + n)^k over all n from 0 on, by Euler's and Maclaurin's formula, for large a.
+Real sum_of_powers(const Real& a, int k) {
     static const std::vector<Real> factors = [] {
         std::vector<Real> found;
         Real pi, power = 1;
@@ -67,7 +67,7 @@ Real summation_tail(const Real& a, int k) {
 constexpr int cell_terms = 13;
 
 /// Coefficients of log |gamma(c + t)| in rising powers of t. From the second on they are those of the slope, (-1)^k / k
-/// times the sum of 1 / (c + n)^k over all n from 0 on, by Euler's and Maclaurin's formula.
+/// times the sum of 1 / (c + n)^k over all n from 0 on.
 std::vector<Real> log_gamma_series(const Real& c, int terms = cell_terms) {
     std::vector<Real> series(terms);
     Real a = c;
@@ -76,7 +76,7 @@ std::vector<Real> log_gamma_series(const Real& c, int terms = cell_terms) {
         Real power = inverse;
         for (int k = 2; k < terms; ++k) series[k] = series[k] + (power = power * inverse);
     }
-    for (int k = 2; k < terms; ++k) series[k] = (k % 2 ? -1 : 1) * (series[k] + summation_tail(a, k)) / k;
+    for (int k = 2; k < terms; ++k) series[k] = (k % 2 ? -1 : 1) * (series[k] + sum_of_powers(a, k)) / k;
     series[0] = lgamma(c);
     series[1] = digamma(c);
     return series;
@@ -187,7 +187,8 @@ std::vector<Real> fitted(std::string_view name) {
     return coefficients;
 }
 
-/// The series about each zero, divided by the distance. It takes 22 terms at an eighth of the distance to the next pole.
+/// The series about each zero, divided by the distance. It takes 22 terms at an eighth of the distance to the next
+/// pole.
 std::vector<std::vector<Real>> series_about_zeros() {
     std::vector<std::vector<Real>> rows;
     for (const auto& [zero, reach] : negative_gamma_zeros()) {

@@ -11,10 +11,10 @@
 namespace tuvo {
 
 /// Log-gamma from 7/8 to 8192 and gamma(base + u) for u in [0, 1), by narrow cells, each a row of sixteen doubles: its
-/// middle m; c0 and what it lacks; the first six bits of c1 and what they lack; c2 ... c12: coefficients of rising powers
-/// of the distance to m, by Taylor's series. Log-gamma has 16 cells below 1, 64 in [1, 2) and in [2, 4), and 16 in each
-/// binade beyond; those beside 1 and 2 have these for their middle. Gamma has 16 for each of the bases 1, 2, 3 ... 16, 32,
-/// 48 ... 176; the values of the last are divided by 2^120.
+/// middle m; c0 and what it lacks; the first six bits of c1 and what they lack; c2 ... c12: coefficients of rising
+/// powers of the distance to m, by Taylor's series. Log-gamma has 16 cells below 1, 64 in [1, 2) and in [2, 4), and 16
+/// in each binade beyond; those beside 1 and 2 have these for their middle. Gamma has 16 for each of the bases 1, 2, 3
+/// ... 16, 32, 48 ... 176; the values of the last are divided by 2^120.
 RawTable lgamma_cells();
 RawTable tgamma_cells();
 
@@ -22,14 +22,15 @@ RawTable tgamma_cells();
 /// log |gamma| at zero + t.
 RawTable lgammaf_zeros();
 
-/// For logarithms: the cells of [3/4, 3/2), 64 on either side of 1, have a factor c of 11 bits near 1 / m, and -log c as
-/// an 80-bit number and as a double. A number of 80 bits is two values of 64: significand, and sign with exponent.
+/// For logarithms: the cells of [3/4, 3/2), 64 on either side of 1, have a factor c of 11 bits near 1 / m, and -log c
+/// as an 80-bit number and as a double. A number of 80 bits is two values of 64: significand, and sign with exponent.
 RawTable gamma_log_factors();
 RawTable gamma_log_values();
 RawTable lgammaf_log_values();
 
 /// The polynomials of `lgamma_rare` and `tgamma_rare` other than those of cells, coefficients of rising powers, one
-/// polynomial a row, in two tables: `SYMBOL_wide` has the first five as 80-bit numbers, and SYMBOL the others as doubles.
+/// polynomial a row, in two tables: `SYMBOL_wide` has the first five as 80-bit numbers, and SYMBOL the others as
+/// doubles.
 struct MixedTable {
     std::string symbol;
     std::function<std::vector<std::vector<Real>>()> rows;

@@ -1,10 +1,10 @@
 // The routines of double log-gamma. All lanes come here.
 //
-// Arguments from 7/8 to 512 have a series for each of many narrow cells, in double, with the first terms in two parts. All
-// others are done in extended precision: larger ones by Stirling's series; smaller ones are led back to the cells by the
-// recurrence, and negative ones by that or by reflection. The terms of both cancel around the negative zeros, two between each
-// pair of neighbouring integers: down to -15 these have polynomials of their own. Further down they are so close to the
-// integers that hardly a double is nearby.
+// Arguments from 7/8 to 512 have a series for each of many narrow cells, in double, with the first terms in two parts.
+// All others are done in extended precision: larger ones by Stirling's series; smaller ones are led back to the cells
+// by the recurrence, and negative ones by that or by reflection. The terms of both cancel around the negative zeros,
+// two between each pair of neighbouring integers: down to -15 these have polynomials of their own. Further down they
+// are so close to the integers that hardly a double is nearby.
 #include "special/extended.hpp"
 
 #pragma GCC visibility push(hidden)
