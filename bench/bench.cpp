@@ -17,6 +17,7 @@
 #include <span>
 #include <sstream>
 
+#include "bench/headers.hpp"
 #include "bench/measure.hpp"
 #include "bench/model.hpp"
 #include "tests/library.hpp"
@@ -254,6 +255,10 @@ int run(int argc, char** argv) {
     benchmark::Initialize(&count, pointers.data());
     if (benchmark::ReportUnrecognizedArguments(count, pointers.data())) return 2;
     if (!have_vector_peer()) std::cerr << "SLEEF is not installed (package libsleef3): its columns stay empty\n";
+    if (!by_xsimd("exp", 4, 8))
+        std::cerr << "built without xsimd (package libxsimd-dev): its column stays empty until it is built again\n";
+    if (!by_eigen("exp", 4, 8))
+        std::cerr << "built without Eigen (package libeigen3-dev): its column stays empty until it is built again\n";
 
     for (const Family* family : built_families())
         for (int width : widths)

@@ -256,6 +256,21 @@ void expect_errors_below(const std::string& operation, Lane lane, double bound, 
             << family.name() << ' ' << value(arguments[k], lane);
 }
 
+// What the series on cells are good for, beside their ends and between.
+TEST(Gamma, InDoublesOnTheirCells) {
+    RandomBits random(3);
+    Patterns log_gamma, gamma;
+    for (int k = 0; k < 5000; ++k) {
+        const double part = static_cast<double>(random() >> 11) * 0x1p-53;
+        log_gamma.push_back(pattern(0.875 * std::exp2(9 * part), Lane::f64));
+        gamma.push_back(pattern(1 + 15 * part, Lane::f64));
+        log_gamma.push_back(pattern((random() % 3 + 2) / 2.0 + part / 32, Lane::f64) - random() % 3);
+        gamma.push_back(pattern(1 + static_cast<double>(random() % 240) / 16, Lane::f64) - random() % 3);
+    }
+    expect_errors_below("lgamma", Lane::f64, 0.54, log_gamma);
+    expect_errors_below("tgamma", Lane::f64, 0.52, gamma);
+}
+
 TEST(Gamma, LogGammaAroundItsZeros) {
     RandomBits random(1);
     for (Lane lane : {Lane::f32, Lane::f64}) {
