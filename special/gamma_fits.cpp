@@ -1,7 +1,5 @@
 #include "special/gamma_fits.hpp"
 
-#include <algorithm>
-#include <cmath>
 #include <stdexcept>
 
 namespace tuvo {
@@ -26,21 +24,6 @@ Real reflection(const Real& s) {
 Real sine(const Real& s) {
     const Real z = pi() * sqrt(s < power_of_two(-100) ? power_of_two(-100) : s);
     return sin(z) / z;
-}
-
-/// The zero of log |gamma| between a and b, where it has different signs: in doubles first, then by its slope.
-Real zero_between(double a, double b) {
-    const bool negative_at_a = std::lgamma(a) < 0;
-    for (int k = 0; k < 60; ++k) {
-        const double middle = (a + b) / 2;
-        ((std::lgamma(middle) < 0) == negative_at_a ? a : b) = middle;
-    }
-    Real zero = a, slope;
-    for (int k = 0; k < 7; ++k) {
-        mpfr_digamma(slope.mpfr(), zero.mpfr(), MPFR_RNDN);
-        zero = zero - lgamma(zero) / slope;
-    }
-    return zero;
 }
 
 std::vector<FitTarget> make_targets() {
@@ -105,24 +88,6 @@ Real fit_value(FitTarget::Shape shape, const std::vector<long double>& coefficie
     for (std::size_t k = 0; k < count; ++k)
         value = value * ((t + real(coefficients[k])) * t + real(coefficients[count + k]));
     return value;
-}
-
-const std::vector<GammaZero>& negative_gamma_zeros() {
-    static const std::vector<GammaZero> zeros = [] {
-        std::vector<GammaZero> found;
-        for (int n = -2; n >= -14; --n) {
-            // log |gamma| falls from the pole at n to a minimum below zero and rises to the pole at n - 1. The zeros
-            // come close to the poles, by 1 / |n|!.
-            const double bottom = n - 0.6, above = std::nextafter(n, -100.0), below = std::nextafter(n - 1.0, 0.0);
-            for (const auto& [a, b] : {std::pair{above, bottom}, {bottom, below}}) {
-                Real zero = zero_between(a, b);
-                const double to_integer = abs(zero - zero.rounded_to_grid(0)).to_double();
-                found.push_back({std::move(zero), std::min(to_integer / 8, 0.02)});
-            }
-        }
-        return found;
-    }();
-    return zeros;
 }
 
 }  // namespace tuvo

@@ -43,12 +43,4 @@ const Fit& gamma_fit(std::string_view name);
 /// The value of a fit's shape.
 Real fit_value(FitTarget::Shape shape, const std::vector<long double>& coefficients, const Real& t);
 
-/// A zero of log |gamma(x)| between two negative integers, and how far from it a polynomial of its own serves.
-struct GammaZero {
-    Real zero;
-    double reach;
-};
-/// Those between -2 and -15 in falling order, two in each unit.
-const std::vector<GammaZero>& negative_gamma_zeros();
-
 }  // namespace tuvo

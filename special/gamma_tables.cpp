@@ -1,5 +1,7 @@
 #include "special/gamma_tables.hpp"
 
+#include <algorithm>
+#include <cmath>
 #include <cstring>
 
 #include "special/gamma_fits.hpp"
@@ -29,15 +31,24 @@ Real real(long double value) {
 void append_fit(RawTable& table, std::string_view name) {
     for (long double c : gamma_fit(name).coefficients) append(table, real(c));
 }
+
 Real digamma(const Real& x) {
     Real result;
     mpfr_digamma(result.mpfr(), x.mpfr(), MPFR_RNDN);
     return result;
 }
 
-}  // namespace
-
-namespace {
+/// The zero of log |gamma| between a and b, where it has different signs: in doubles first, then by its slope.
+Real zero_between(double a, double b) {
+    const bool negative_at_a = std::lgamma(a) < 0;
+    for (int k = 0; k < 60; ++k) {
+        const double middle = (a + b) / 2;
+        ((std::lgamma(middle) < 0) == negative_at_a ? a : b) = middle;
+    }
+    Real zero = a;
+    for (int k = 0; k < 7; ++k) zero = zero - lgamma(zero) / digamma(zero);
+    return zero;
+}
 
 /// The sum of 1 / (a + n)^k over all n from 0 on, by Euler's and Maclaurin's formula, for large a.
 Real sum_of_powers(const Real& a, int k) {
@@ -143,12 +154,7 @@ RawTable lgammaf_zeros() {
     RawTable table = doubles(7);
     for (const auto& row : rows) {
         for (double bound : row) append(table, bound);
-        const Real zero = row[1], h = power_of_two(-80);
-        const Real before = digamma(zero - h), middle = digamma(zero), after = digamma(zero + h);
-        append(table, lgamma(zero));
-        append(table, middle);
-        append(table, (after - before) / (2 * h) / 2);
-        append(table, (after - 2 * middle + before) / (h * h) / 6);
+        for (const Real& c : log_gamma_series(row[1], 4)) append(table, c);
     }
     return table;
 }
@@ -226,6 +232,24 @@ RawTable MixedTable::others() const {
     for (const std::vector<Real>& row : all)
         for (std::size_t k = wide_coefficients; k < row.size(); ++k) append(table, row[k]);
     return table;
+}
+
+const std::vector<GammaZero>& negative_gamma_zeros() {
+    static const std::vector<GammaZero> zeros = [] {
+        std::vector<GammaZero> found;
+        for (int n = -2; n >= -14; --n) {
+            // log |gamma| falls from the pole at n to a minimum below zero and rises to the pole at n - 1. The zeros
+            // come close to the poles, by 1 / |n|!.
+            const double bottom = n - 0.6, above = std::nextafter(n, -100.0), below = std::nextafter(n - 1.0, 0.0);
+            for (const auto& [a, b] : {std::pair{above, bottom}, {bottom, below}}) {
+                Real zero = zero_between(a, b);
+                const double to_integer = abs(zero - zero.rounded_to_grid(0)).to_double();
+                found.push_back({std::move(zero), std::min(to_integer / 8, 0.02)});
+            }
+        }
+        return found;
+    }();
+    return zeros;
 }
 
 RawTable lgamma_surroundings() {

@@ -40,6 +40,14 @@ struct MixedTable {
 };
 const std::vector<MixedTable>& mixed_gamma_tables();
 
+/// A zero of log |gamma(x)| between two negative integers, and how far from it a polynomial of its own serves.
+struct GammaZero {
+    Real zero;
+    double reach;
+};
+/// Those between -2 and -15 in falling order, two in each unit.
+const std::vector<GammaZero>& negative_gamma_zeros();
+
 /// Of `lgamma_rare`: for each zero, two in each unit from -2 down to -15, (low, zero, high): between low and high the
 /// polynomials in the distance serve. And what the zeros lack, as 80-bit numbers.
 RawTable lgamma_surroundings();
