@@ -1,6 +1,8 @@
 // What the fuzz targets share: bytes as a file, and a rejection as the client's user would get it.
 #pragma once
 
+#include <pthread.h>
+#include <sanitizer/common_interface_defs.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -31,6 +33,10 @@ inline std::filesystem::path as_file(const char* name, const std::uint8_t* data,
         .write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
     return path;
 }
+
+/// What a child process dies of is told to its parent, which refuses the file: it is no finding.
+inline const int children_end_in_peace =
+    pthread_atfork(nullptr, nullptr, [] { __sanitizer_set_death_callback(nullptr); });
 
 /// Runs the function. It may throw `Failure` with a message, and nothing else.
 template <typename Function>
